@@ -2,12 +2,16 @@
 //
 // A std::vector with the few conveniences callers keep writing by hand
 // (append, contains, indexOf, removeAll, value with a default). A plain value
-// type: it belongs to whoever holds it and has no locking of its own.
+// type: it belongs to whoever holds it and has no locking of its own. The
+// first/last/take helpers throw std::out_of_range on an empty list rather than
+// reading past the end.
 #pragma once
 
 #include <algorithm>
 #include <cstddef>
 #include <initializer_list>
+#include <stdexcept>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -46,16 +50,52 @@ public:
     T value(int i, const T& fallback = T()) const {
         return (i >= 0 && static_cast<std::size_t>(i) < this->size()) ? (*this)[i] : fallback;
     }
-    T takeFirst() { T v = std::move(this->front()); this->erase(this->begin()); return v; }
-    T takeLast() { T v = std::move(this->back()); this->pop_back(); return v; }
-    const T& first() const { return this->front(); }
-    const T& last() const { return this->back(); }
+    T takeFirst() {
+        requireItems_("takeFirst");
+        T v = std::move(this->front());
+        this->erase(this->begin());
+        return v;
+    }
+    T takeLast() { requireItems_("takeLast"); T v = std::move(this->back()); this->pop_back(); return v; }
+    const T& first() const { requireItems_("first"); return this->front(); }
+    const T& last() const { requireItems_("last"); return this->back(); }
+    T& first() { requireItems_("first"); return this->front(); }
+    T& last() { requireItems_("last"); return this->back(); }
+    void removeFirst() { (void)takeFirst(); }
+    void removeLast() { requireItems_("removeLast"); this->pop_back(); }
+    /// Removes the first equal value; true when one was found.
+    bool removeOne(const T& v) {
+        const int i = indexOf(v);
+        if (i < 0) return false;
+        this->erase(this->begin() + i);
+        return true;
+    }
+    /// Index of the last equal value at or before from (-1: from the end), or -1.
+    int lastIndexOf(const T& v, int from = -1) const {
+        if (this->empty()) return -1;
+        const int last = count() - 1;
+        for (int i = (from < 0 || from > last) ? last : from; i >= 0; --i)
+            if ((*this)[static_cast<std::size_t>(i)] == v) return i;
+        return -1;
+    }
+    KyList& operator<<(T&& v) { this->push_back(std::move(v)); return *this; }
     KyList mid(int pos, int n = -1) const {
         KyList r;
-        const int sz = count();
-        if (pos < 0) pos = 0;
-        const int end = (n < 0 || pos + n > sz) ? sz : pos + n;
-        for (int i = pos; i < end; ++i) r.push_back((*this)[i]);
+        const long long sz = static_cast<long long>(this->size());
+        const long long start = pos < 0 ? 0 : pos;
+        // 64-bit sums: mid(1, INT_MAX) must mean "to the end", not overflow.
+        const long long end = (n < 0 || start + n > sz) ? sz : start + n;
+        for (long long i = start; i < end; ++i) r.push_back((*this)[static_cast<std::size_t>(i)]);
         return r;
+    }
+
+private:
+    // The throw sits in its own no-return function so that the compiler knows
+    // the list is non-empty on the path that follows the check.
+    void requireItems_(const char* what) const {
+        if (this->empty()) throwEmpty_(what);
+    }
+    [[noreturn]] static void throwEmpty_(const char* what) {
+        throw std::out_of_range(std::string("KyList::") + what + " on an empty list");
     }
 };

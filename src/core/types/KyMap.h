@@ -4,7 +4,10 @@
 // value-with-default, contains, keys and take. No locking of its own.
 #pragma once
 
+#include <initializer_list>
+#include <iterator>
 #include <map>
+#include <type_traits>
 #include <utility>
 
 #include "core/types/KyList.h"
@@ -25,7 +28,18 @@ public:
     }
     /// Inserts or replaces.
     void insert(const K& k, const V& v) { this->insert_or_assign(k, v); }
-    using Base::insert;
+    // The std::map forms, listed one by one: a blanket using-declaration would
+    // let insert("key", "text") pick the iterator-range template over the
+    // key/value form above when both arguments are string literals.
+    std::pair<typename Base::iterator, bool> insert(const typename Base::value_type& kv) { return Base::insert(kv); }
+    std::pair<typename Base::iterator, bool> insert(typename Base::value_type&& kv) { return Base::insert(std::move(kv)); }
+    typename Base::iterator insert(typename Base::const_iterator hint, const typename Base::value_type& kv) {
+        return Base::insert(hint, kv);
+    }
+    template <std::input_iterator It>
+        requires(!std::is_convertible_v<It, K>)
+    void insert(It first, It last) { Base::insert(first, last); }
+    void insert(std::initializer_list<typename Base::value_type> items) { Base::insert(items); }
     int remove(const K& k) { return static_cast<int>(this->erase(k)); }
     /// Removes and returns the value under k (a default value when absent).
     V take(const K& k) {

@@ -2,11 +2,16 @@
 // conversion, argument substitution and UTF-8 <-> wide/UTF-32 conversion.
 #include "core/types/KyString.h"
 
+#include <locale.h>
+
+#include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 #include <ostream>
 #include <stdexcept>
 
@@ -19,6 +24,16 @@ bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' ||
 [[noreturn]] void throwConversion(const char* typeName, const std::string& text) {
     throw std::runtime_error(std::string("Invalid ") + typeName + " conversion in KyString: " + text);
 }
+
+// Numbers in settings, JSON and the agent's messages always use a '.' decimal
+// point, whatever locale the desktop session sets for the process; parsing
+// therefore runs in the "C" locale, created once and never freed.
+locale_t cLocale() {
+    static const locale_t loc = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr));
+    return loc;
+}
+
+bool isValidBase(int base) { return base == 0 || (base >= 2 && base <= 36); }
 
 // The trimmed text must be wholly consumed by strtoX, with no range error.
 template <typename T, typename Parse>
@@ -35,12 +50,13 @@ bool parseWhole(const std::string& text, Parse parse, T& out) {
 }
 
 bool parseSigned(const std::string& text, int base, long long& out) {
+    if (!isValidBase(base)) return false;
     return parseWhole<long long>(text, [base](const char* s, char** end) { return std::strtoll(s, end, base); }, out);
 }
 
 bool parseUnsigned(const std::string& text, int base, unsigned long long& out) {
     // strtoull quietly negates "-1"; a minus sign is never an unsigned number.
-    if (text.find('-') != std::string::npos) return false;
+    if (text.find('-') != std::string::npos || !isValidBase(base)) return false;
     return parseWhole<unsigned long long>(text, [base](const char* s, char** end) { return std::strtoull(s, end, base); }, out);
 }
 
@@ -52,7 +68,8 @@ bool parseDouble(const std::string& text, double& out) {
     const std::string t = text.substr(b, e - b);
     errno = 0;
     char* end = nullptr;
-    out = std::strtod(t.c_str(), &end);
+    const locale_t loc = cLocale();
+    out = loc ? strtod_l(t.c_str(), &end, loc) : std::strtod(t.c_str(), &end);
     // Underflow to a subnormal or zero is still a number; only overflow is refused.
     if (errno == ERANGE && std::isinf(out)) return false;
     return end == t.c_str() + t.size();
@@ -220,6 +237,8 @@ KyString& KyString::replace(std::string_view from, std::string_view to) {
 }
 
 KyString KyString::repeated(std::size_t times) const {
+    if (times != 0 && d_.size() > std::numeric_limits<std::size_t>::max() / times)
+        throw std::length_error("KyString::repeated: result too long");
     std::string out;
     out.reserve(d_.size() * times);
     for (std::size_t i = 0; i < times; ++i) out.append(d_);
@@ -311,6 +330,13 @@ long long KyString::toLongLong(bool* ok, int base) const {
     return good ? v : 0;
 }
 
+unsigned long long KyString::toULongLong(bool* ok, int base) const {
+    unsigned long long v = 0;
+    const bool good = parseUnsigned(d_, base, v);
+    if (ok) *ok = good;
+    return good ? v : 0;
+}
+
 double KyString::toDouble(bool* ok) const {
     double v = 0;
     const bool good = parseDouble(d_, v);
@@ -328,21 +354,44 @@ KyString KyString::number(unsigned long long v) { return KyString(std::to_string
 KyString KyString::number(double v) {
     if (std::isnan(v)) return KyString("nan");
     if (std::isinf(v)) return KyString(v < 0 ? "-inf" : "inf");
-    char buf[40];
-    // The shortest precision that reads back exactly keeps texts short ("0.1", not "0.10000000000000001").
-    for (int precision = 1; precision <= 17; ++precision) {
-        std::snprintf(buf, sizeof buf, "%.*g", precision, v);
-        if (std::strtod(buf, nullptr) == v) break;
+    // The shortest precision that reads back exactly keeps texts short ("0.1", not
+    // "0.10000000000000001"). The shortest scientific form gives that digit count;
+    // whole numbers below 1e17 get enough digits to print in full ("100", not
+    // "1e+02"). The loop only guards the rare value where "%g" rounding at that
+    // count lands outside the read-back interval.
+    char buf[64];
+    const auto sci = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::scientific);
+    int digits = 0;
+    const char* c = buf;
+    for (; c != sci.ptr && *c != 'e'; ++c)
+        if (*c >= '0' && *c <= '9') ++digits;
+    int exponent = 0;
+    if (c != sci.ptr) std::from_chars(c + 1 + (c[1] == '+'), sci.ptr, exponent);
+    std::to_chars_result r{};
+    for (int precision = std::clamp(std::max(digits, exponent + 1), 1, 17); precision <= 17; ++precision) {
+        r = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::general, precision);
+        double back = 0;
+        std::from_chars(buf, r.ptr, back);
+        if (back == v) break;
     }
-    return KyString(buf);
+    return KyString(std::string(buf, r.ptr));
 }
 
 KyString KyString::number(double v, char format, int precision) {
-    char fmt[8] = {'%', '.', '*', format, '\0'};
-    if (format != 'f' && format != 'e' && format != 'g' && format != 'E' && format != 'G') fmt[3] = 'g';
-    char buf[512];
-    std::snprintf(buf, sizeof buf, fmt, precision, v);
-    return KyString(buf);
+    std::chars_format style = std::chars_format::general;
+    if (format == 'f' || format == 'F') style = std::chars_format::fixed;
+    else if (format == 'e' || format == 'E') style = std::chars_format::scientific;
+    // printf reads a negative precision as "not given"; a huge one only pads zeros.
+    if (precision < 0) precision = 6;
+    precision = std::min(precision, 1000);
+    // Fixed notation of 1e308 needs 309 digits before the point.
+    std::string out(precision + 400, '\0');
+    const auto r = std::to_chars(out.data(), out.data() + out.size(), v, style, precision);
+    out.resize(static_cast<std::size_t>(r.ptr - out.data()));
+    if (format == 'E' || format == 'G' || format == 'F')
+        for (char& c : out)
+            if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+    return KyString(std::move(out));
 }
 
 KyString KyString::format(const char* fmt, ...) {
@@ -459,10 +508,11 @@ std::size_t KyString::previousCodePoint(std::size_t pos) const {
     std::size_t p = pos - 1;
     // At most three continuation bytes belong to one code point.
     for (int i = 0; i < 3 && p > 0 && isContinuation(d_[p]); ++i) --p;
-    // A stray continuation byte is its own (malformed) code point.
-    std::size_t check = p;
-    decodeAt(d_, check);
-    return check == pos ? p : pos - 1;
+    // The byte before pos belongs to the code point at p only when that sequence
+    // is well formed and reaches it; a stray continuation byte stands alone.
+    std::size_t end = p;
+    decodeAt(d_, end);
+    return end > pos - 1 ? p : pos - 1;
 }
 
 std::size_t KyString::alignToCodePoint(std::size_t pos) const {

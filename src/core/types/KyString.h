@@ -90,7 +90,7 @@ public:
     KyString toUpper() const;
     KyString replaced(std::string_view from, std::string_view to) const;
     KyString& replace(std::string_view from, std::string_view to); ///< in place, every occurrence
-    KyString repeated(std::size_t times) const;
+    KyString repeated(std::size_t times) const; ///< std::length_error when the result cannot exist
 
     /// Split at every occurrence of sep. Empty pieces are kept unless skipEmpty.
     /// An empty separator gives the whole text as one piece.
@@ -99,7 +99,9 @@ public:
     static KyString join(const KyList<KyString>& parts, std::string_view sep);
     static KyString join(const std::vector<KyString>& parts, std::string_view sep);
 
-    // Strict number conversions; they throw std::runtime_error on bad text.
+    // Strict number conversions; they throw std::runtime_error on bad text. The
+    // decimal point is always '.', whatever the process locale; base is 0 (C
+    // prefixes) or 2..36, any other base makes every text invalid.
     int toInt(int base = 10) const;
     long toLong(int base = 10) const;
     long long toLongLong(int base = 10) const;
@@ -111,6 +113,7 @@ public:
     // Non-throwing forms: ok tells the caller whether the text was a number.
     int toInt(bool* ok, int base = 10) const;
     long long toLongLong(bool* ok, int base = 10) const;
+    unsigned long long toULongLong(bool* ok, int base = 10) const;
     double toDouble(bool* ok) const;
 
     static KyString number(int v);
@@ -119,8 +122,11 @@ public:
     static KyString number(unsigned int v);
     static KyString number(unsigned long v);
     static KyString number(unsigned long long v);
-    /// Shortest text that reads back as the same double ("%.17g" trimmed).
+    /// Shortest "%g"-style text that reads back as the same double, whole numbers
+    /// below 1e17 written out in full; "nan", "inf", "-inf".
     static KyString number(double v);
+    /// format 'f', 'e' or 'g' (upper case for upper-case output) as printf would, but
+    /// always with a '.' decimal point; a negative precision means 6.
     static KyString number(double v, char format, int precision);
 
     /// printf-style formatting into a new string.
@@ -148,7 +154,7 @@ public:
     std::size_t codePointCount() const;
     /// Byte offset of the code point after the one at pos (size() at the end).
     std::size_t nextCodePoint(std::size_t pos) const;
-    /// Byte offset of the code point before pos (0 at the start).
+    /// Start of the code point that holds the byte before pos (0 at the start).
     std::size_t previousCodePoint(std::size_t pos) const;
     /// pos moved back to the start of the code point it falls in.
     std::size_t alignToCodePoint(std::size_t pos) const;
