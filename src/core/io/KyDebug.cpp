@@ -3,6 +3,8 @@
 // change (a generation counter), so a disabled debug line costs a hash lookup.
 #include "core/io/KyDebug.h"
 
+#include "core/io/KyDir.h"
+
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
@@ -176,6 +178,9 @@ void closeFileLocked(LogState& s) {
 void openFileLocked(LogState& s) {
     closeFileLocked(s);
     if (!s.fileEnabled || s.filePath.empty()) return;
+    // The log often lives in a state or crash folder that nobody made yet.
+    const std::size_t slash = s.filePath.rfind('/');
+    if (slash != std::string::npos && slash > 0) KyDir::createPathTree(s.filePath.substr(0, slash));
     int fd;
     do {
         fd = ::open(s.filePath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);

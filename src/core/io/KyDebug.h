@@ -36,7 +36,8 @@ public:
     /// Debug lines of categories matching pattern are shown unless a rule says otherwise.
     static void setCategoryDebugDefault(const KyString& pattern, bool enabled);
 
-    /// Points the file log at path; the application name heads the file's first line.
+    /// Points the file log at path (its folder is created when missing); the
+    /// application name heads the first line this process writes there.
     static void setLogFile(const KyString& path, const KyString& applicationName);
     static void setFileLoggingEnabled(bool enabled);
     static KyString logFilePath();
@@ -82,10 +83,12 @@ private:
     bool spaced_ = true;
 };
 
-// The stream is only built when the line would be written.
-#define kyLogDebug(category) \
-    if (!KyDebug::isEnabled((category), KyLogLevel::Debug)) {} else KyLogStream(KyLogLevel::Debug, (category))
-#define kyLogWarning(category) \
-    if (!KyDebug::isEnabled((category), KyLogLevel::Warning)) {} else KyLogStream(KyLogLevel::Warning, (category))
-#define kyLogError(category) \
-    if (!KyDebug::isEnabled((category), KyLogLevel::Error)) {} else KyLogStream(KyLogLevel::Error, (category))
+// The stream is only built when the line would be written. The one-pass loop
+// (rather than "if (...) {} else") keeps `if (x) kyLogWarning(c) << ...;` free of
+// dangling-else warnings in callers.
+#define kyLogAt_(level, category) \
+    for (bool kyLogOnce_ = KyDebug::isEnabled((category), (level)); kyLogOnce_; kyLogOnce_ = false) \
+        KyLogStream((level), (category))
+#define kyLogDebug(category) kyLogAt_(KyLogLevel::Debug, category)
+#define kyLogWarning(category) kyLogAt_(KyLogLevel::Warning, category)
+#define kyLogError(category) kyLogAt_(KyLogLevel::Error, category)
