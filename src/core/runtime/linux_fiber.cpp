@@ -1,0 +1,219 @@
+// linux_fiber: fibers on getcontext/makecontext/swapcontext.
+//
+// A fiber is entered the first time through swapcontext into the context that
+// makecontext prepared. Every later switch between fibers that have run uses
+// _setjmp/_longjmp, which saves and restores the same callee-saved registers
+// and stack pointer but leaves the signal mask alone: swapcontext makes a
+// rt_sigprocmask system call on every switch, and the fibers of one thread all
+// share the thread's mask anyway. Under AddressSanitizer every switch goes
+// through swapcontext, announced to the sanitizer, so that its view of the
+// current stack stays exact.
+//
+// Threads: everything acts on the calling thread; the current fiber is
+// thread-local.
+
+// Jumping between stacks looks like a jump into a deeper frame to the
+// fortified longjmp, which would abort.
+#undef _FORTIFY_SOURCE
+
+#include "core/runtime/linux_fiber.h"
+
+#include <setjmp.h>
+#include <ucontext.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <new>
+
+#include "core/io/KyDebug.h"
+
+#if defined(__SANITIZE_ADDRESS__) || KY_ASAN_FIBERS
+#include <sanitizer/common_interface_defs.h>
+#define KY_FIBER_ASAN 1
+#else
+#define KY_FIBER_ASAN 0
+#endif
+
+namespace linux_fiber {
+namespace {
+
+constexpr const char* kCategory = "ky.core.runtime.linux_fiber";
+
+// The context comes first so that the record's address is the context's.
+struct FiberRecord {
+    ucontext_t context;
+    void (*entry)(void*) = nullptr;
+    void* argument = nullptr;
+    char* stack = nullptr;
+    std::size_t stackSize = 0;
+    bool isThreadFiber = false;
+    bool started = false;  // has run, so it can be resumed by _longjmp
+    jmp_buf resumePoint;
+#if KY_FIBER_ASAN
+    const void* asanStackBottom = nullptr;
+    std::size_t asanStackSize = 0;
+#endif
+};
+
+thread_local FiberRecord* tCurrentFiber = nullptr;
+#if KY_FIBER_ASAN
+thread_local FiberRecord* tSwitchedFrom = nullptr;
+#endif
+
+// The thread's stack bounds are learnt when the sanitizer reports the stack
+// that was left; a created fiber knows its own.
+void noteArrival([[maybe_unused]] void* fakeStack) {
+#if KY_FIBER_ASAN
+    const void* fromBottom = nullptr;
+    std::size_t fromSize = 0;
+    __sanitizer_finish_switch_fiber(fakeStack, &fromBottom, &fromSize);
+    if (tSwitchedFrom && tSwitchedFrom->isThreadFiber) {
+        tSwitchedFrom->asanStackBottom = fromBottom;
+        tSwitchedFrom->asanStackSize = fromSize;
+    }
+#endif
+}
+
+// getcontext and _setjmp return twice; kept in small functions of their own
+// so that no local of a caller lives across the second return.
+__attribute__((noinline)) int captureContext(ucontext_t* context) { return getcontext(context); }
+
+#if !KY_FIBER_ASAN
+// Saves from's registers and enters to: by _longjmp when to has run before,
+// by swapcontext the first time.
+__attribute__((noinline)) void jumpBetween(FiberRecord* from, FiberRecord* to) {
+    if (_setjmp(from->resumePoint) != 0) return;  // resumed by a later switch
+    if (to->started) _longjmp(to->resumePoint, 1);
+    to->started = true;
+    if (swapcontext(&from->context, &to->context) != 0) {
+        to->started = false;
+        tCurrentFiber = from;
+        kyLogError(kCategory) << "[linux_fiber] swapcontext failed while switching fibers";
+    }
+}
+#endif
+
+} // namespace
+
+void fiber_entry(void* raw) {
+    noteArrival(nullptr);
+    auto* record = static_cast<FiberRecord*>(raw);
+    record->entry(record->argument);
+    // An entry must never return: the context has no successor.
+    kyLogError(kCategory) << "[linux_fiber] fiber entry returned";
+    std::abort();
+}
+
+namespace {
+// makecontext hands its one argument over as a 64-bit register value.
+void fiber_entry_trampoline(uint64_t record) {
+    fiber_entry(reinterpret_cast<void*>(static_cast<uintptr_t>(record)));
+}
+} // namespace
+
+void* ConvertThreadToFiber(void* parameter) {
+    auto* record = new (std::nothrow) FiberRecord();
+    if (!record) {
+        kyLogError(kCategory) << "[linux_fiber] Failed to allocate main fiber";
+        return nullptr;
+    }
+    record->isThreadFiber = true;
+    record->argument = parameter;
+    record->stackSize = kDefaultFiberStackSize;
+    record->started = true;
+    if (captureContext(&record->context) != 0) {
+        kyLogError(kCategory) << "[linux_fiber] getcontext failed while converting thread to fiber";
+        delete record;
+        return nullptr;
+    }
+    tCurrentFiber = record;
+    return record;
+}
+
+void* CreateFiber(unsigned long stackSize, void (*entry)(void*), void* argument) {
+    if (stackSize == 0) stackSize = kDefaultFiberStackSize;
+    auto* record = new (std::nothrow) FiberRecord();
+    if (!record) {
+        kyLogError(kCategory) << "[linux_fiber] Failed to allocate fiber structure";
+        return nullptr;
+    }
+    // Plain heap array, not zero-filled: most of a stack is never touched.
+    record->stack = new (std::nothrow) char[stackSize];
+    if (!record->stack) {
+        kyLogError(kCategory) << "[linux_fiber] Failed to allocate fiber stack";
+        delete record;
+        return nullptr;
+    }
+    record->stackSize = stackSize;
+    record->entry = entry;
+    record->argument = argument;
+    if (captureContext(&record->context) != 0) {
+        kyLogError(kCategory) << "[linux_fiber] getcontext failed while creating fiber";
+        delete[] record->stack;
+        delete record;
+        return nullptr;
+    }
+    record->context.uc_stack.ss_sp = record->stack;
+    record->context.uc_stack.ss_size = stackSize;
+    record->context.uc_link = nullptr;
+#if KY_FIBER_ASAN
+    record->asanStackBottom = record->stack;
+    record->asanStackSize = stackSize;
+#endif
+    makecontext(&record->context, reinterpret_cast<void (*)()>(&fiber_entry_trampoline), 1,
+                static_cast<uint64_t>(reinterpret_cast<uintptr_t>(record)));
+    return record;
+}
+
+void SwitchToFiber(void* fiber) {
+    if (!fiber) return;
+    FiberRecord* from = tCurrentFiber;
+    if (!from) {
+        from = static_cast<FiberRecord*>(ConvertThreadToFiber(nullptr));
+        if (!from) {
+            kyLogError(kCategory) << "[linux_fiber] Unable to switch fibers: no current fiber";
+            return;
+        }
+    }
+    auto* to = static_cast<FiberRecord*>(fiber);
+    if (to == from) return;
+    tCurrentFiber = to;
+#if KY_FIBER_ASAN
+    void* fakeStack = nullptr;
+    tSwitchedFrom = from;
+    __sanitizer_start_switch_fiber(&fakeStack, to->asanStackBottom, to->asanStackSize);
+    if (swapcontext(&from->context, &to->context) != 0) {
+        tCurrentFiber = from;
+        noteArrival(fakeStack);
+        kyLogError(kCategory) << "[linux_fiber] swapcontext failed while switching fibers";
+        return;
+    }
+    noteArrival(fakeStack);
+#else
+    jumpBetween(from, to);
+#endif
+}
+
+void DeleteFiber(void* fiber) {
+    if (!fiber) return;
+    auto* record = static_cast<FiberRecord*>(fiber);
+    if (tCurrentFiber == record) tCurrentFiber = nullptr;
+    delete[] record->stack;
+    delete record;
+}
+
+void* GetCurrentFiber() { return tCurrentFiber; }
+
+std::size_t FiberStackSize(const void* fiber) {
+    return fiber ? static_cast<const FiberRecord*>(fiber)->stackSize : 0;
+}
+
+bool IsThreadFiber(const void* fiber) {
+    return fiber && static_cast<const FiberRecord*>(fiber)->isThreadFiber;
+}
+
+void* GetFiberData(const void* fiber) {
+    return fiber ? static_cast<const FiberRecord*>(fiber)->argument : nullptr;
+}
+
+} // namespace linux_fiber

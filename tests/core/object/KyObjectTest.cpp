@@ -1,0 +1,430 @@
+// The object model: the tree and its events, the order of destruction as a
+// `destroyed` receiver sees it, deferred delete, liveness, event filters,
+// properties and moving between threads.
+#include <gtest/gtest.h>
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "core/io/KyDebug.h"
+#include "core/object/KyObject.h"
+#include "core/runtime/KyCoreApplication.h"
+#include "core/runtime/KyThread.h"
+#include "core/types/KyPointer.h"
+
+namespace {
+
+using ky::atomic::Thread;
+
+template <typename Pred> bool eventually(Pred pred, KyCoreApplication* loop = nullptr) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!pred()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        if (loop) {
+            if (loop->processEvent(false) != 0) loop->waitForWork_(2000);
+        } else {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
+    return true;
+}
+
+// Records what happens to a node of the tree, in order, into a shared journal.
+class Node : public KyObject {
+    KY_OBJECT(Node, KyObject)
+public:
+    Node(std::vector<std::string>* journal, const char* name, KyObject* parent = nullptr)
+        : KyObject(parent), journal_(journal), name_(name) {}
+    ~Node() override {
+        journal_->push_back(name_ + " ~Node parent=" + (parent() ? "set" : "null"));
+    }
+    void addChildEvent(KyObject* child) override { journal_->push_back(name_ + " addChildEvent " + nameOf_(child)); }
+    void removedChildEvent(KyObject* child) override {
+        journal_->push_back(name_ + " removedChildEvent " + nameOf_(child));
+    }
+    void newParentEvent(KyObject* parent) override { journal_->push_back(name_ + " newParentEvent " + nameOf_(parent)); }
+    bool eventFilter(KyObject* watched, KyEvent* event) override {
+        journal_->push_back(name_ + " filter " + std::to_string(event->type()) + " for " + nameOf_(watched));
+        return blocks;
+    }
+
+    bool blocks = false;
+
+private:
+    std::string nameOf_(KyObject* o) const {
+        if (!o) return "null";
+        auto* n = dynamic_cast<Node*>(o);
+        return n ? n->name_ : "?";
+    }
+    std::vector<std::string>* journal_;
+    std::string name_;
+};
+
+// Deletes out of the compiler's sight, so reading a guarded pointer after it
+// is not mistaken for a use after free: the guard exists for exactly that read.
+[[gnu::noinline]] void destroyElsewhere(KyObject* object) { delete object; }
+
+class Gadget : public KyObject {
+    KY_OBJECT(Gadget, KyObject)
+    KY_PROPERTY_HANDLED(int, Count, 0)
+    KY_PROPERTY_INIT(KyString, Title, "untitled")
+public:
+    virtual void on_Count_changed(const int& value) {
+        steps.push_back("on_Count_changed " + std::to_string(value) + " dynamic=" +
+                        (dynamicPropertyNames().contains(KyString("Count")) ? "yes" : "no"));
+    }
+    std::vector<std::string> steps;
+};
+
+class SpecialGadget : public Gadget {
+    KY_OBJECT(SpecialGadget, Gadget)
+};
+
+} // namespace
+
+// ---------------------------------------------------------------------------
+
+TEST(KyObjectTree, SetParentRemovesFromOldAddsToNewThenTellsTheChild) {
+    std::vector<std::string> j;
+    Node a(&j, "a"), b(&j, "b");
+    auto* c = new Node(&j, "c", &a);
+    std::vector<KyObject*> added, removed;
+    KyObject::connect(&a, &KyObject::childRemoved, [&](KyObject* o) { removed.push_back(o); });
+    KyObject::connect(&b, &KyObject::childAdded, [&](KyObject* o) { added.push_back(o); });
+    EXPECT_EQ(c->parent(), &a);
+    ASSERT_EQ(a.children().size(), 1u);
+    j.clear();
+    c->setParent(&b);
+    EXPECT_EQ(j, (std::vector<std::string>{"a removedChildEvent c", "b addChildEvent c", "c newParentEvent b"}));
+    EXPECT_EQ(added, std::vector<KyObject*>{c});
+    EXPECT_EQ(removed, std::vector<KyObject*>{c});
+    EXPECT_TRUE(a.children().empty());
+    EXPECT_EQ(b.children().size(), 1u);
+    j.clear();
+}
+
+TEST(KyObjectTree, RemoveChildWithANonChildStillEmitsAndDelivers) {
+    std::vector<std::string> j;
+    Node a(&j, "a"), stranger(&j, "s");
+    std::vector<KyObject*> removed;
+    KyObject::connect(&a, &KyObject::childRemoved, [&](KyObject* o) { removed.push_back(o); });
+    a.removeChild(&stranger);
+    EXPECT_EQ(removed, std::vector<KyObject*>{&stranger});
+    EXPECT_EQ(j, std::vector<std::string>{"a removedChildEvent s"});
+    j.clear();
+}
+
+TEST(KyObjectTree, SetParentRefusesACycle) {
+    std::vector<std::string> j;
+    Node a(&j, "a");
+    auto* b = new Node(&j, "b", &a);
+    a.setParent(b);
+    a.setParent(&a);
+    EXPECT_EQ(a.parent(), nullptr);
+    EXPECT_EQ(b->parent(), &a);
+    j.clear();
+}
+
+TEST(KyObjectTree, ChildEventsGoThroughFiltersNewestFirstWithoutALoop) {
+    std::vector<std::string> j;
+    Node a(&j, "a"), older(&j, "older"), newer(&j, "newer");
+    a.installEventFilter(&older);
+    a.installEventFilter(&newer);
+    Node child(&j, "child");
+    j.clear();
+    a.addChild(&child);
+    EXPECT_EQ(j, (std::vector<std::string>{"newer filter 3 for a", "older filter 3 for a", "a addChildEvent child"}));
+    j.clear();
+    newer.blocks = true;
+    a.removeChild(&child);
+    EXPECT_EQ(j, std::vector<std::string>{"newer filter 4 for a"});
+    a.removeEventFilter(&newer);
+    a.removeEventFilter(&older);
+    EXPECT_TRUE(a.eventFilters().empty());
+    j.clear();
+}
+
+TEST(KyObjectTree, ChildEventsGoThroughTheLoopsNotifyWhenThereIsOne) {
+    KyCoreApplication app;
+    std::vector<std::string> j;
+    Node a(&j, "a"), watcher(&j, "w");
+    app.installEventFilter(&watcher);
+    Node child(&j, "child");
+    j.clear();
+    child.setParent(&a);
+    app.removeEventFilter(&watcher);
+    EXPECT_EQ(j, (std::vector<std::string>{"w filter 3 for a", "a addChildEvent child", "child newParentEvent a"}));
+    child.setParent(nullptr);
+    j.clear();
+}
+
+TEST(KyObjectDestruction, DestroyedReceiverSeesNoParentNoChildrenNoThread) {
+    std::vector<std::string> j;
+    KyObject root;
+    auto* middle = new Node(&j, "middle", &root);
+    new Node(&j, "leaf", middle);
+    ASSERT_NE(middle->thread(), nullptr);
+    j.clear();
+    struct Seen {
+        bool called = false;
+        bool live = true;
+        KyObject* parent = reinterpret_cast<KyObject*>(1);
+        std::size_t children = 99;
+        Thread* thread = reinterpret_cast<Thread*>(1);
+    } seen;
+    KyObject::connect(middle, &KyObject::destroyed, [&seen, middle] {
+        seen.called = true;
+        seen.live = KyObject::isLive(middle);
+        seen.parent = middle->parent();
+        seen.children = middle->children().size();
+        seen.thread = middle->thread();
+    });
+    std::vector<KyObject*> removedFromRoot;
+    KyObject::connect(&root, &KyObject::childRemoved, [&](KyObject* o) { removedFromRoot.push_back(o); });
+    delete middle;
+    EXPECT_TRUE(seen.called);
+    EXPECT_FALSE(seen.live);
+    EXPECT_EQ(seen.parent, nullptr);
+    EXPECT_EQ(seen.children, 0u);
+    EXPECT_EQ(seen.thread, nullptr);
+    EXPECT_EQ(removedFromRoot.size(), 1u);
+    EXPECT_TRUE(root.children().empty());
+    // The leaf went before destroyed(), already cut loose from its parent.
+    EXPECT_EQ(j, (std::vector<std::string>{"middle ~Node parent=set", "leaf ~Node parent=null"}));
+}
+
+TEST(KyObjectDestruction, ChildDeletedFromItsParentsDestructorHasANullParent) {
+    std::vector<std::string> j;
+    auto* parent = new Node(&j, "p");
+    new Node(&j, "c1", parent);
+    new Node(&j, "c2", parent);
+    int childRemovedSignals = 0;
+    KyObject::connect(parent, &KyObject::childRemoved, [&] { ++childRemovedSignals; });
+    j.clear();
+    delete parent;
+    EXPECT_EQ(j, (std::vector<std::string>{"p ~Node parent=null", "c1 ~Node parent=null", "c2 ~Node parent=null"}));
+    // The children never called back into their dying parent.
+    EXPECT_EQ(childRemovedSignals, 0);
+}
+
+TEST(KyObjectDestruction, LivenessEndsForTheWholeTreeAndGuardedPointersReadNull) {
+    std::vector<std::string> j;
+    auto* root = new Node(&j, "root");
+    auto* kid = new Node(&j, "kid", root);
+    KyPointer<Node> guardKid(kid);
+    KyPointer<KyObject> guardRoot(root);
+    const void* rootAddress = root;
+    const void* kidAddress = kid;
+    EXPECT_TRUE(KyObject::isLive(rootAddress));
+    EXPECT_TRUE(guardKid);
+    destroyElsewhere(root);
+    EXPECT_FALSE(KyObject::isLive(rootAddress));
+    EXPECT_FALSE(KyObject::isLive(kidAddress));
+    EXPECT_FALSE(KyObject::isLive(nullptr));
+    EXPECT_TRUE(guardKid.isNull());
+    EXPECT_EQ(guardRoot.get(), nullptr);
+}
+
+TEST(KyObjectDestruction, ObjectIsAttachedToItsThreadUntilItGoes) {
+    Thread* main = Thread::currentThread();
+    ASSERT_NE(main, nullptr);
+    EXPECT_EQ(main->name(), KyString("MainThread"));
+    const std::size_t before = main->attachedObjectCount();
+    auto* o = new KyObject;
+    EXPECT_EQ(o->thread(), main);
+    EXPECT_TRUE(main->hasObject(o));
+    EXPECT_EQ(main->attachedObjectCount(), before + 1);
+    delete o;
+    EXPECT_EQ(main->attachedObjectCount(), before);
+}
+
+// ---------------------------------------------------------------------------
+
+TEST(KyObjectDeferredDelete, DeleteLaterWaitsForTheLoopThenDeletes) {
+    KyCoreApplication app;
+    std::vector<std::string> j;
+    auto* n = new Node(&j, "n");
+    const void* address = n;
+    n->deleteLater();
+    EXPECT_TRUE(KyObject::isLive(address));
+    ASSERT_TRUE(eventually([&] { return !KyObject::isLive(address); }, &app));
+    EXPECT_EQ(j, std::vector<std::string>{"n ~Node parent=null"});
+}
+
+TEST(KyObjectDeferredDelete, DeleteLaterOfAnObjectOnAnotherThreadDeletesItThere) {
+    Thread worker(KyString("Deleter"));
+    worker.start();
+    std::atomic<pthread_t> deletedOn{};
+    struct Probe : KyObject {
+        explicit Probe(std::atomic<pthread_t>* out) : out_(out) {}
+        ~Probe() override { out_->store(pthread_self()); }
+        std::atomic<pthread_t>* out_;
+    };
+    Probe* p = nullptr;
+    KyObject::executeBlockingOnThread(&worker, [&] { p = new Probe(&deletedOn); });
+    const void* address = p;
+    p->deleteLater();
+    ASSERT_TRUE(eventually([&] { return !KyObject::isLive(address); }));
+    EXPECT_TRUE(pthread_equal(deletedOn.load(), worker.nativeHandle()));
+    worker.quit();
+    worker.wait();
+}
+
+TEST(KyObjectDeferredDelete, DeferredDeleteEventDeletesThroughEvent) {
+    auto* o = new KyObject;
+    const void* address = o;
+    KyDeferredDeleteEvent e;
+    EXPECT_TRUE(o->event(&e));
+    EXPECT_FALSE(KyObject::isLive(address));
+}
+
+TEST(KyObjectDeferredDelete, EventsAnswerByType) {
+    KyObject o;
+    KyEvent other(KyEvent::User);
+    EXPECT_FALSE(o.event(&other));
+    EXPECT_FALSE(o.event(nullptr));
+    KyEvent notAChildEvent(KyEvent::ChildAdded);
+    EXPECT_FALSE(o.event(&notAChildEvent));
+    KyObject child;
+    KyChildEvent removed(KyEvent::ChildRemoved, &child);
+    EXPECT_TRUE(o.event(&removed));
+    EXPECT_TRUE(removed.isAccepted());
+    std::unique_ptr<KyEvent> copy(removed.clone());
+    auto* childCopy = dynamic_cast<KyChildEvent*>(copy.get());
+    ASSERT_NE(childCopy, nullptr);
+    EXPECT_EQ(childCopy->child(), &child);
+    EXPECT_TRUE(childCopy->removed());
+}
+
+// ---------------------------------------------------------------------------
+
+TEST(KyObjectProperties, SetterFollowsTheChangeOrderAndIgnoresEqualValues) {
+    Gadget g;
+    std::vector<std::string> emitted;
+    KyObject::connect(&g, &Gadget::CountChanged, [&](const int& v) {
+        emitted.push_back("CountChanged " + std::to_string(v) + " dynamic=" +
+                          (g.dynamicPropertyNames().contains(KyString("Count")) ? "yes" : "no"));
+    });
+    g.setCount(0);
+    EXPECT_TRUE(g.steps.empty());
+    EXPECT_TRUE(emitted.empty());
+    g.setCount(7);
+    g.setCount(7);
+    EXPECT_EQ(g.steps, std::vector<std::string>{"on_Count_changed 7 dynamic=no"});
+    EXPECT_EQ(emitted, std::vector<std::string>{"CountChanged 7 dynamic=yes"});
+    EXPECT_EQ(g.property(KyString("Count")).get<int>(), 7);
+    EXPECT_EQ(g.getCount(), 7);
+    EXPECT_EQ(g.getTitle(), KyString("untitled"));
+}
+
+TEST(KyObjectProperties, RegisteredPropertiesReadThroughTheirGetters) {
+    Gadget g;
+    g.setObjectName(KyString("gadget-1"));
+    struct Row {
+        const char* name;
+        const char* typeName;
+    };
+    const Row rows[] = {{"ObjectName", "KyString"}, {"Count", "int"}, {"Title", "KyString"}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_TRUE(g.propertyExist(KyString(row.name)));
+        EXPECT_EQ(g.propertyTypeName(KyString(row.name)), KyString(row.typeName));
+        EXPECT_TRUE(g.property(KyString(row.name)).isValid());
+    }
+    EXPECT_EQ(g.property(KyString("ObjectName")).get<KyString>(), KyString("gadget-1"));
+    EXPECT_EQ(g.property(KyString("Title")).get<KyString>(), KyString("untitled"));
+}
+
+TEST(KyObjectProperties, SetPropertyUsesTheSetterForItsTypeAndRefusesOthers) {
+    Gadget g;
+    int signals = 0;
+    KyObject::connect(&g, &Gadget::TitleChanged, [&] { ++signals; });
+    EXPECT_TRUE(g.setProperty(KyString("Title"), KyAny(KyString("set by name"))));
+    EXPECT_EQ(g.getTitle(), KyString("set by name"));
+    EXPECT_EQ(signals, 1);
+    EXPECT_FALSE(g.setProperty(KyString("Title"), KyAny(3)));
+    EXPECT_FALSE(g.setProperty(KyString("Title"), KyAny()));
+    EXPECT_EQ(g.getTitle(), KyString("set by name"));
+    EXPECT_EQ(signals, 1);
+}
+
+TEST(KyObjectProperties, ObjectNameEmitsItsChangedSignal) {
+    KyObject o;
+    std::vector<KyString> names;
+    KyObject::connect(&o, &KyObject::ObjectNameChanged, [&](const KyString& n) { names.push_back(n); });
+    o.setObjectName(KyString("first"));
+    o.setObjectName(KyString("first"));
+    o.setObjectName(KyString("second"));
+    EXPECT_EQ(names, (std::vector<KyString>{"first", "second"}));
+    EXPECT_EQ(o.getObjectName(), KyString("second"));
+}
+
+TEST(KyObjectProperties, DynamicPropertiesHoldAnyValue) {
+    KyObject o;
+    EXPECT_FALSE(o.propertyExist(KyString("speed")));
+    EXPECT_TRUE(o.setProperty(KyString("speed"), KyAny(12.5)));
+    EXPECT_TRUE(o.setProperty(KyString("label"), KyAny(KyString("fast"))));
+    EXPECT_TRUE(o.propertyExist(KyString("speed")));
+    EXPECT_DOUBLE_EQ(o.property(KyString("speed")).get<double>(), 12.5);
+    EXPECT_EQ(o.property(KyString("label")).get<KyString>(), KyString("fast"));
+    EXPECT_THROW(o.property(KyString("label")).get<int>(), std::runtime_error);
+}
+
+TEST(KyObjectProperties, MissingPropertyIsLoggedAndEmpty) {
+    char path[] = "/tmp/kyobject-log-XXXXXX";
+    const int fd = ::mkstemp(path);
+    ASSERT_GE(fd, 0);
+    ::close(fd);
+    KyDebug::setLogFile(KyString(path), KyString("KyObjectTest"));
+    KyDebug::setFileLoggingEnabled(true);
+    KyObject o;
+    const KyAny missing = o.property(KyString("noSuchProperty"));
+    KyDebug::setFileLoggingEnabled(false);
+    EXPECT_FALSE(missing.isValid());
+    EXPECT_FALSE(o.propertyExist(KyString("noSuchProperty")));
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    ::unlink(path);
+    EXPECT_NE(text.str().find("Property not found: noSuchProperty"), std::string::npos) << text.str();
+}
+
+TEST(KyObjectProperties, ClassNamesFollowTheDeclaredChain) {
+    SpecialGadget s;
+    KyObject plain;
+    EXPECT_EQ(s.className(), KyString("SpecialGadget"));
+    EXPECT_EQ(s.classHierarchy(), (KyList<KyString>{"SpecialGadget", "Gadget", "KyObject"}));
+    EXPECT_EQ(plain.className(), KyString("KyObject"));
+    EXPECT_EQ(plain.classHierarchy(), KyList<KyString>{"KyObject"});
+}
+
+// ---------------------------------------------------------------------------
+
+TEST(KyObjectThreads, MoveToThreadTakesTheSubtreeAndRefusesChildren) {
+    Thread worker(KyString("MoveTarget"));
+    worker.start();
+    auto* root = new KyObject;
+    auto* kid = new KyObject(root);
+    EXPECT_FALSE(kid->moveToThread(&worker));
+    EXPECT_TRUE(root->moveToThread(&worker));
+    EXPECT_EQ(root->thread(), &worker);
+    EXPECT_EQ(kid->thread(), &worker);
+    EXPECT_TRUE(worker.hasObject(kid));
+    EXPECT_FALSE(Thread::currentThread()->hasObject(root));
+    // Now the worker owns it: this thread may no longer move it.
+    EXPECT_FALSE(root->moveToThread(Thread::currentThread()));
+    KyObject::executeBlockingOnThread(&worker, [root] { delete root; });
+    EXPECT_EQ(worker.attachedObjectCount(), 0u);
+    worker.quit();
+    worker.wait();
+}

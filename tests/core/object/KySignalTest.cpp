@@ -1,0 +1,504 @@
+// Signals and slots across real threads: the four connection types, the Auto
+// rule, snapshots during emission, dead receivers and senders, back-references
+// and signals named by text.
+#include <gtest/gtest.h>
+
+#include <pthread.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <future>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "core/object/KyObject.h"
+#include "core/runtime/KyCoreApplication.h"
+#include "core/runtime/KyThread.h"
+
+namespace {
+
+using ky::atomic::Thread;
+
+// Waits for a condition with a generous deadline; drives loop when given.
+template <typename Pred> bool eventually(Pred pred, KyCoreApplication* loop = nullptr) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!pred()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        if (loop) {
+            if (loop->processEvent(false) != 0) loop->waitForWork_(2000);
+        } else {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
+    return true;
+}
+
+// Back-references held for an address whose object may be gone already.
+// Only the address is used: the table is keyed by it.
+int backReferencesFrom(const KyObject& receiver, std::uintptr_t senderAddress) {
+    volatile std::uintptr_t address = senderAddress;
+    return receiver.backReferenceCount(reinterpret_cast<const KyObject*>(address));
+}
+
+class Emitter : public KyObject {
+public:
+    KY_SIGNAL(valueChanged, int)
+    KY_SIGNAL(textChanged, const KyString&)
+    KY_SIGNAL(pinged)
+};
+
+class Receiver : public KyObject {
+public:
+    explicit Receiver(std::atomic<int>* external = nullptr) : external_(external) {}
+
+    void onValue(int v) {
+        {
+            std::lock_guard lock(mutex);
+            values.push_back(v);
+        }
+        record_();
+    }
+    void onText(const KyString& text) {
+        {
+            std::lock_guard lock(mutex);
+            texts.push_back(text);
+        }
+        record_();
+    }
+    void onPing() { record_(); }
+    void onLong(long long v) {
+        {
+            std::lock_guard lock(mutex);
+            values.push_back(static_cast<int>(v));
+        }
+        record_();
+    }
+
+    std::atomic<int> calls{0};
+    std::atomic<pthread_t> lastThread{};
+    std::atomic<KyObject*> lastSender{this};
+    std::mutex mutex;
+    std::vector<int> values;
+    std::vector<KyString> texts;
+
+private:
+    void record_() {
+        lastThread.store(pthread_self());
+        lastSender.store(sender());
+        if (external_) ++*external_;
+        ++calls;
+    }
+    std::atomic<int>* external_;
+};
+
+// A started thread whose loop can be held still, so a test can tell "posted"
+// from "ran" without looking at a clock.
+class Worker {
+public:
+    Worker() { thread.start(); }
+    ~Worker() {
+        release();
+        thread.quit();
+        thread.wait();
+    }
+    template <typename T, typename... Args> T* make(Args... args) {
+        T* object = nullptr;
+        KyObject::executeBlockingOnThread(&thread, [&] { object = new T(args...); });
+        return object;
+    }
+    void destroy(KyObject* object) {
+        KyObject::executeBlockingOnThread(&thread, [object] { delete object; });
+    }
+    /// Blocks the worker's loop until release().
+    void hold() {
+        auto entered = std::make_shared<std::promise<void>>();
+        auto enteredFuture = entered->get_future();
+        thread.postTask([gate = gate_, entered] {
+            entered->set_value();
+            gate.wait_for(std::chrono::seconds(60));
+        });
+        enteredFuture.wait();
+    }
+    void release() {
+        if (!released_) {
+            released_ = true;
+            gatePromise_.set_value();
+        }
+    }
+    /// True once every task posted before this call has run on the worker.
+    void drain() { KyObject::executeBlockingOnThread(&thread, [] {}); }
+    bool isWorker(pthread_t id) const { return pthread_equal(id, thread.nativeHandle()) != 0; }
+
+    Thread thread{KyString("SignalWorker")};
+
+private:
+    std::promise<void> gatePromise_;
+    std::shared_future<void> gate_{gatePromise_.get_future().share()};
+    bool released_ = false;
+};
+
+} // namespace
+
+// ---------------------------------------------------------------------------
+
+TEST(KySignalDirect, MemberSlotGetsArgumentsAndSenderOnTheEmittingThread) {
+    Emitter e;
+    Receiver r;
+    ASSERT_TRUE(KyObject::connect(&e, &Emitter::valueChanged, &r, &Receiver::onValue, KyObject::ConnectionDirect));
+    ASSERT_TRUE(KyObject::connect(&e, &Emitter::textChanged, &r, &Receiver::onText));
+    e.valueChanged(41);
+    e.textChanged(KyString("h\xc3\xa9llo"));
+    EXPECT_EQ(r.calls.load(), 2);
+    EXPECT_EQ(r.values, std::vector<int>{41});
+    ASSERT_EQ(r.texts.size(), 1u);
+    EXPECT_EQ(r.texts[0], KyString("h\xc3\xa9llo"));
+    EXPECT_EQ(r.lastSender.load(), &e);
+    EXPECT_TRUE(pthread_equal(r.lastThread.load(), pthread_self()));
+}
+
+TEST(KySignalDirect, ConnectingTwiceDeliversTwiceAndDisconnectRemovesBoth) {
+    Emitter e;
+    Receiver r;
+    KyObject::connect(&e, &Emitter::pinged, &r, &Receiver::onPing);
+    KyObject::connect(&e, &Emitter::pinged, &r, &Receiver::onPing);
+    EXPECT_EQ(r.backReferenceCount(&e), 2);
+    e.pinged();
+    EXPECT_EQ(r.calls.load(), 2);
+    EXPECT_EQ(KyObject::disconnect(&e, &r), 2);
+    EXPECT_EQ(r.backReferenceCount(&e), 0);
+    e.pinged();
+    EXPECT_EQ(r.calls.load(), 2);
+}
+
+TEST(KySignalDirect, SlotsRunInConnectionOrderAndMayTakeConvertedOrNoArguments) {
+    Emitter e;
+    Receiver r;
+    std::vector<KyString> order;
+    KyObject::connect(&e, &Emitter::valueChanged, [&](int v) { order.push_back("lambda " + KyString::number(v)); });
+    KyObject::connect(&e, &Emitter::valueChanged, &r, &Receiver::onLong);
+    KyObject::connect(&e, &Emitter::valueChanged, &r, [&] { order.push_back("context, no arguments"); });
+    KyObject::connect(&e, &Emitter::valueChanged, &r, &Receiver::onPing);
+    e.valueChanged(5);
+    EXPECT_EQ(order, (std::vector<KyString>{"lambda 5", "context, no arguments"}));
+    EXPECT_EQ(r.values, std::vector<int>{5});
+    EXPECT_EQ(r.calls.load(), 2);
+    EXPECT_EQ(e.connectionCount(&Emitter::valueChanged), 4);
+    EXPECT_EQ(e.connectionCount(&Emitter::pinged), 0);
+}
+
+TEST(KySignalDirect, EmptyFunctionSlotRaisesBadFunctionCall) {
+    Emitter e;
+    KyObject::connect(&e, &Emitter::pinged, std::function<void()>());
+    EXPECT_THROW(e.pinged(), std::bad_function_call);
+}
+
+TEST(KySignalDirect, UnknownConnectionTypeIsRefused) {
+    Emitter e;
+    Receiver r;
+    EXPECT_FALSE(KyObject::connect(&e, &Emitter::pinged, &r, &Receiver::onPing, static_cast<KyObject::ConnectionType>(7)));
+    EXPECT_FALSE(KyObject::connect(&e, &Emitter::pinged, static_cast<Receiver*>(nullptr), &Receiver::onPing));
+    EXPECT_EQ(e.connectionCount(), 0);
+    EXPECT_EQ(r.backReferenceCount(&e), 0);
+}
+
+TEST(KySignalDirect, DisabledSignalsAreNotEmittedButDestroyedStillIs) {
+    auto* e = new Emitter;
+    Receiver r;
+    KyObject::connect(e, &Emitter::pinged, &r, &Receiver::onPing);
+    KyObject::connect(e, &KyObject::destroyed, &r, &Receiver::onPing);
+    EXPECT_TRUE(e->setSignalsEnabled(false));
+    e->pinged();
+    EXPECT_EQ(r.calls.load(), 0);
+    delete e;
+    EXPECT_EQ(r.calls.load(), 1);
+}
+
+// ---------------------------------------------------------------------------
+
+TEST(KySignalSnapshot, DisconnectDuringEmissionDoesNotStopTheDeliveryUnderWay) {
+    Emitter e;
+    Receiver a, b;
+    int aCalls = 0;
+    KyObject::connect(&e, &Emitter::pinged, &a, [&] {
+        ++aCalls;
+        KyObject::disconnect(&e, &b);
+    });
+    KyObject::connect(&e, &Emitter::pinged, &b, &Receiver::onPing);
+    e.pinged();
+    EXPECT_EQ(aCalls, 1);
+    EXPECT_EQ(b.calls.load(), 1);
+    e.pinged();
+    EXPECT_EQ(aCalls, 2);
+    EXPECT_EQ(b.calls.load(), 1);
+}
+
+TEST(KySignalSnapshot, ConnectDuringEmissionTakesEffectFromTheNextOne) {
+    Emitter e;
+    Receiver r;
+    KyObject::connect(&e, &Emitter::pinged, &r, [&] {
+        KyObject::connect(&e, &Emitter::pinged, &r, &Receiver::onPing);
+    });
+    e.pinged();
+    EXPECT_EQ(r.calls.load(), 0);
+    e.pinged();
+    EXPECT_EQ(r.calls.load(), 1);
+}
+
+TEST(KySignalSnapshot, SlotMayDeleteTheSenderAndLaterSlotsSeeNoSender) {
+    auto* e = new Emitter;
+    const auto address = reinterpret_cast<std::uintptr_t>(static_cast<KyObject*>(e));
+    Receiver r;
+    KyObject::connect(e, &Emitter::pinged, &r, [e] { delete e; });
+    KyObject::connect(e, &Emitter::pinged, &r, &Receiver::onPing);
+    e->pinged();
+    EXPECT_EQ(r.calls.load(), 1);
+    EXPECT_EQ(r.lastSender.load(), nullptr);
+    EXPECT_EQ(backReferencesFrom(r, address), 0);
+}
+
+// ---------------------------------------------------------------------------
+
+TEST(KySignalThreads, QueuedRunsOnTheReceiversLoopWhileTheEmitterGoesOn) {
+    Worker w;
+    Receiver* r = w.make<Receiver>();
+    Emitter e;
+    ASSERT_TRUE(KyObject::connect(&e, &Emitter::valueChanged, r, &Receiver::onValue, KyObject::ConnectionQueued));
+    w.hold();
+    e.valueChanged(1);
+    e.valueChanged(2);
+    EXPECT_EQ(r->calls.load(), 0);
+    w.release();
+    ASSERT_TRUE(eventually([&] { return r->calls.load() == 2; }));
+    EXPECT_TRUE(w.isWorker(r->lastThread.load()));
+    EXPECT_EQ(r->lastSender.load(), &e);
+    {
+        std::lock_guard lock(r->mutex);
+        EXPECT_EQ(r->values, (std::vector<int>{1, 2}));
+    }
+    w.destroy(r);
+}
+
+TEST(KySignalThreads, QueuedArgumentsAreCopiedAtEmission) {
+    Worker w;
+    Receiver* r = w.make<Receiver>();
+    Emitter e;
+    KyObject::connect(&e, &Emitter::textChanged, r, &Receiver::onText, KyObject::ConnectionQueued);
+    w.hold();
+    {
+        KyString text("first");
+        e.textChanged(text);
+        text = "changed after emission";
+    }
+    w.release();
+    ASSERT_TRUE(eventually([&] { return r->calls.load() == 1; }));
+    {
+        std::lock_guard lock(r->mutex);
+        EXPECT_EQ(r->texts, std::vector<KyString>{KyString("first")});
+    }
+    w.destroy(r);
+}
+
+TEST(KySignalThreads, BlockingRunsOnTheReceiversThreadAndTheEmitterWaits) {
+    Worker w;
+    Receiver* r = w.make<Receiver>();
+    Emitter e;
+    KyObject::connect(&e, &Emitter::valueChanged, r, &Receiver::onValue, KyObject::ConnectionBlocking);
+    e.valueChanged(9);
+    EXPECT_EQ(r->calls.load(), 1);
+    EXPECT_TRUE(w.isWorker(r->lastThread.load()));
+    w.destroy(r);
+}
+
+TEST(KySignalThreads, BlockingToTheEmittersOwnThreadRunsInline) {
+    Emitter e;
+    Receiver r;
+    KyObject::connect(&e, &Emitter::pinged, &r, &Receiver::onPing, KyObject::ConnectionBlocking);
+    e.pinged();
+    EXPECT_EQ(r.calls.load(), 1);
+    EXPECT_TRUE(pthread_equal(r.lastThread.load(), pthread_self()));
+}
+
+TEST(KySignalThreads, AutoQueuesToAReceiverOnAnotherThread) {
+    Worker w;
+    Receiver* r = w.make<Receiver>();
+    Emitter e;
+    KyObject::connect(&e, &Emitter::pinged, r, &Receiver::onPing);
+    w.hold();
+    e.pinged();
+    EXPECT_EQ(r->calls.load(), 0);
+    w.release();
+    ASSERT_TRUE(eventually([&] { return r->calls.load() == 1; }));
+    EXPECT_TRUE(w.isWorker(r->lastThread.load()));
+    w.destroy(r);
+}
+
+TEST(KySignalThreads, AutoRunsAtOnceForAReceiverWithoutThread) {
+    Receiver* r = nullptr;
+    std::thread foreign([&] { r = new Receiver; });
+    foreign.join();
+    ASSERT_EQ(r->thread(), nullptr);
+    Emitter e;
+    KyObject::connect(&e, &Emitter::pinged, r, &Receiver::onPing);
+    e.pinged();
+    EXPECT_EQ(r->calls.load(), 1);
+    EXPECT_TRUE(pthread_equal(r->lastThread.load(), pthread_self()));
+    delete r;
+}
+
+TEST(KySignalThreads, AutoFollowsTheSendersOwningThreadNotTheEmittingOne) {
+    // Sender and receiver both belong to the worker; the main thread emits.
+    Worker w;
+    Receiver* r = w.make<Receiver>();
+    Emitter* e = w.make<Emitter>();
+    KyObject::connect(e, &Emitter::pinged, r, &Receiver::onPing);
+    w.hold();
+    e->pinged();
+    EXPECT_EQ(r->calls.load(), 1);
+    EXPECT_TRUE(pthread_equal(r->lastThread.load(), pthread_self()));
+    w.release();
+    w.destroy(e);
+    w.destroy(r);
+}
+
+TEST(KySignalThreads, FunctionSlotAlwaysRunsAtOnceUnderAuto) {
+    Worker w;
+    Emitter* e = w.make<Emitter>();
+    std::atomic<int> calls{0};
+    std::atomic<pthread_t> where{};
+    KyObject::connect(e, &Emitter::pinged, [&] {
+        where = pthread_self();
+        ++calls;
+    });
+    w.hold();
+    pthread_t foreignId{};
+    std::thread foreign([&] {
+        foreignId = pthread_self();
+        e->pinged();
+    });
+    foreign.join();
+    EXPECT_EQ(calls.load(), 1);
+    EXPECT_TRUE(pthread_equal(where.load(), foreignId));
+    w.release();
+    w.destroy(e);
+}
+
+TEST(KySignalThreads, ContextFunctionIsQueuedToTheContextsThread) {
+    Worker w;
+    Receiver* context = w.make<Receiver>();
+    Emitter e;
+    std::atomic<pthread_t> where{};
+    std::atomic<int> calls{0};
+    KyObject::connect(&e, &Emitter::valueChanged, context, [&](int) {
+        where = pthread_self();
+        ++calls;
+    });
+    e.valueChanged(3);
+    ASSERT_TRUE(eventually([&] { return calls.load() == 1; }));
+    EXPECT_TRUE(w.isWorker(where.load()));
+    w.destroy(context);
+}
+
+TEST(KySignalThreads, ReceiverDeletedBetweenPostingAndDeliveryIsNotCalled) {
+    Worker w;
+    std::atomic<int> calls{0};
+    Receiver* r = w.make<Receiver>(&calls);
+    Emitter e;
+    KyObject::connect(&e, &Emitter::pinged, r, &Receiver::onPing, KyObject::ConnectionQueued);
+    w.hold();
+    e.pinged();
+    // The worker is held inside a task, so deleting here races with nothing.
+    delete r;
+    w.release();
+    w.drain();
+    EXPECT_EQ(calls.load(), 0);
+    EXPECT_EQ(e.connectionCount(), 0);
+}
+
+TEST(KySignalThreads, QueuedDestroyedSlotStillRunsWithANullSender) {
+    KyCoreApplication app;
+    Receiver r;
+    auto* e = new Emitter;
+    KyObject::connect(e, &KyObject::destroyed, &r, &Receiver::onPing, KyObject::ConnectionQueued);
+    delete e;
+    EXPECT_EQ(r.calls.load(), 0);
+    ASSERT_TRUE(eventually([&] { return r.calls.load() == 1; }, &app));
+    EXPECT_EQ(r.lastSender.load(), nullptr);
+}
+
+TEST(KySignalThreads, ManyThreadsEmittingWhileConnectionsChangeLoseNoDirectDelivery) {
+    Emitter e;
+    std::atomic<int> hits{0};
+    KyObject::connect(&e, &Emitter::pinged, [&] { ++hits; });
+    std::atomic<bool> stop{false};
+    std::thread churn([&] {
+        Receiver extra;
+        while (!stop.load()) {
+            KyObject::connect(&e, &Emitter::pinged, &extra, [] {}, KyObject::ConnectionDirect);
+            KyObject::disconnect(&e, &extra);
+        }
+    });
+    constexpr int kPerThread = 2000;
+    std::vector<std::thread> emitters;
+    for (int i = 0; i < 3; ++i)
+        emitters.emplace_back([&] {
+            for (int n = 0; n < kPerThread; ++n) e.pinged();
+        });
+    for (auto& t : emitters) t.join();
+    stop = true;
+    churn.join();
+    EXPECT_EQ(hits.load(), 3 * kPerThread);
+    EXPECT_EQ(e.connectionCount(), 1);
+}
+
+// ---------------------------------------------------------------------------
+
+TEST(KySignalBookkeeping, ReceiverDeathRemovesItsConnectionsFromTheSender) {
+    Emitter e;
+    auto* r = new Receiver;
+    KyObject::connect(&e, &Emitter::pinged, r, &Receiver::onPing);
+    KyObject::connect(&e, &Emitter::valueChanged, r, &Receiver::onValue);
+    KyObject::connect(&e, &Emitter::pinged, [] {});
+    EXPECT_EQ(e.connectionCount(), 3);
+    EXPECT_EQ(r->backReferenceCount(&e), 2);
+    delete r;
+    EXPECT_EQ(e.connectionCount(), 1);
+    e.pinged();
+}
+
+TEST(KySignalBookkeeping, SenderDeathLowersTheReceiversBackReferences) {
+    Receiver r;
+    auto* e = new Emitter;
+    KyObject::connect(e, &Emitter::pinged, &r, &Receiver::onPing);
+    KyObject::connect(e, &Emitter::valueChanged, &r, &Receiver::onValue);
+    EXPECT_EQ(r.backReferenceCount(e), 2);
+    EXPECT_EQ(KyObject::disconnect(e, &Emitter::valueChanged), 1);
+    EXPECT_EQ(r.backReferenceCount(e), 1);
+    const auto address = reinterpret_cast<std::uintptr_t>(static_cast<KyObject*>(e));
+    delete e;
+    EXPECT_EQ(backReferencesFrom(r, address), 0);
+}
+
+TEST(KySignalBookkeeping, SignalsNamedByTextDeliverMatchingArgumentsOnly) {
+    Emitter e;
+    Receiver context;
+    std::vector<KyString> seen;
+    KyObject::connect(&e, KyString("progress"), [&](int percent, const KyString& label) {
+        seen.push_back(label + ":" + KyString::number(percent));
+    });
+    KyObject::connect(&e, KyString("progress"), &context, [&](int percent, KyString label) {
+        seen.push_back("ctx " + label + ":" + KyString::number(percent));
+    });
+    e.emitSignal(KyString("progress"), 40, KyString("copy"));
+    e.emitSignal(KyString("progress"), KyString("wrong types"));
+    e.emitSignal(KyString("unknown"), 1);
+    EXPECT_EQ(seen, (std::vector<KyString>{"copy:40", "ctx copy:40"}));
+    EXPECT_EQ(context.backReferenceCount(&e), 1);
+    EXPECT_EQ(KyObject::disconnect(&e, KyString("progress")), 2);
+    EXPECT_EQ(context.backReferenceCount(&e), 0);
+    e.emitSignal(KyString("progress"), 50, KyString("gone"));
+    EXPECT_EQ(seen.size(), 2u);
+}

@@ -1,0 +1,236 @@
+// KyCrashHandler with real crashes: a helper child installs the handler and
+// dies (null store, abort, stack overflow on a heap-array fiber stack, a fault
+// on a second thread, a division by zero); the test then reads the report the
+// way the next start would. XDG_STATE_HOME points at a temporary directory, so
+// nothing is written under the real home.
+#include "core/runtime/KyCrashHandler.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+extern char** environ;
+
+namespace {
+
+struct ChildResult {
+    bool finished = false;
+    bool signalled = false;
+    int signal = 0;
+    int exitCode = -1;
+};
+
+std::string helperPath(const char* name) {
+    const char* dir = getenv("KY_TEST_HELPERS_DIR");
+    return std::string(dir ? dir : "tests/helpers") + "/" + name;
+}
+
+// Runs the helper with the environment changed as given; waits with a deadline.
+ChildResult runHelper(const std::vector<std::string>& args, const std::vector<std::string>& envOverrides) {
+    std::vector<std::string> env;
+    for (char** e = environ; *e; ++e) {
+        const std::string entry(*e);
+        bool replaced = false;
+        for (const auto& o : envOverrides)
+            if (entry.compare(0, o.find('=') + 1, o, 0, o.find('=') + 1) == 0) replaced = true;
+        if (!replaced) env.push_back(entry);
+    }
+    for (const auto& o : envOverrides) env.push_back(o);
+    std::vector<char*> argv, envp;
+    for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    for (const auto& e : env) envp.push_back(const_cast<char*>(e.c_str()));
+    envp.push_back(nullptr);
+
+    ChildResult result;
+    const pid_t pid = fork();
+    if (pid < 0) return result;
+    if (pid == 0) {
+        execve(argv[0], argv.data(), envp.data());
+        _exit(127);
+    }
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    int status = 0;
+    for (;;) {
+        const pid_t r = waitpid(pid, &status, WNOHANG);
+        if (r == pid) break;
+        if (std::chrono::steady_clock::now() > deadline) {
+            kill(pid, SIGKILL);
+            waitpid(pid, &status, 0);
+            return result;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    result.finished = true;
+    result.signalled = WIFSIGNALED(status);
+    result.signal = result.signalled ? WTERMSIG(status) : 0;
+    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return result;
+}
+
+std::string readAll(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+class KyCrashHandlerTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char tmpl[] = "/tmp/kycrashtestXXXXXX";
+        ASSERT_NE(mkdtemp(tmpl), nullptr);
+        stateDir_ = tmpl;
+        setenv("XDG_STATE_HOME", stateDir_.c_str(), 1);
+        KyCrashHandler::setApplicationName(appName_);
+    }
+    void TearDown() override {
+        std::error_code ec;
+        std::filesystem::remove_all(stateDir_, ec);
+    }
+    ChildResult crash(const char* mode, bool dumps = false) {
+        return runHelper({helperPath("ky_crash_helper"), appName_, mode},
+                         {"XDG_STATE_HOME=" + stateDir_, std::string("KY_CRASH_DUMPS=") + (dumps ? "1" : "0")});
+    }
+    std::string crashDir() const { return stateDir_ + "/" + appName_ + "/crashes"; }
+
+    std::string stateDir_;
+    std::string appName_ = "KyCrashProbe";
+};
+
+}  // namespace
+
+TEST_F(KyCrashHandlerTest, CrashDirectoryLiesUnderTheStateHomeWithPrivateMode) {
+    const KyString dir = KyCrashHandler::crashDirectory();
+    EXPECT_EQ(dir.toStdString(), crashDir());
+    struct stat st{};
+    ASSERT_EQ(stat(dir.c_str(), &st), 0);
+    EXPECT_TRUE(S_ISDIR(st.st_mode));
+    EXPECT_EQ(st.st_mode & 0777, 0700u);
+    EXPECT_EQ(KyCrashHandler::applicationName(), appName_);
+}
+
+TEST_F(KyCrashHandlerTest, UnusableStateHomeGivesNoDirectoryAndNoReport) {
+    const std::string blocker = stateDir_ + "/file";
+    std::ofstream(blocker) << "x";
+    setenv("XDG_STATE_HOME", blocker.c_str(), 1);
+    KyCrashHandler::setApplicationName(appName_);
+    EXPECT_TRUE(KyCrashHandler::crashDirectory().isEmpty());
+    KyCrashReport report;
+    EXPECT_FALSE(KyCrashHandler::takeLastCrashReport(report));
+}
+
+TEST_F(KyCrashHandlerTest, EachFatalWayOfDyingLeavesOneReport) {
+    struct Row {
+        const char* mode;
+        int signal;
+        const char* name;
+    };
+    const Row rows[] = {
+        {"null", SIGSEGV, "SIGSEGV"},
+        {"abort", SIGABRT, "SIGABRT"},
+        // The overflow runs off a heap-array fiber stack: only the alternate
+        // stack lets the handler write anything.
+        {"overflow", SIGSEGV, "SIGSEGV"},
+        {"poolfiber", SIGSEGV, "SIGSEGV"},
+        {"thread", SIGSEGV, "SIGSEGV"},
+        {"fpe", SIGFPE, "SIGFPE"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.mode);
+        const ChildResult child = crash(row.mode);
+        ASSERT_TRUE(child.finished);
+        EXPECT_TRUE(child.signalled);
+        EXPECT_EQ(child.signal, row.signal);
+
+        KyCrashReport report;
+        ASSERT_TRUE(KyCrashHandler::takeLastCrashReport(report));
+        EXPECT_EQ(report.signal, row.signal);
+        EXPECT_EQ(report.signalName, row.name);
+        EXPECT_TRUE(report.folder.startsWith(crashDir() + "/crash_"));
+        EXPECT_FALSE(report.time.isEmpty());
+        EXPECT_GT(report.pid, 0);
+        EXPECT_FALSE(report.backtrace.isEmpty());
+        EXPECT_TRUE(report.dumpPath.isEmpty());
+        const std::string text = readAll(report.reportPath.toStdString());
+        EXPECT_NE(text.find(appName_ + " crash report\n"), std::string::npos);
+        EXPECT_NE(text.find("backtrace:\n"), std::string::npos);
+
+        KyCrashReport again;
+        EXPECT_FALSE(KyCrashHandler::takeLastCrashReport(again));
+    }
+}
+
+TEST_F(KyCrashHandlerTest, NullStoreReportsTheFaultAddress) {
+    ASSERT_TRUE(crash("null").signalled);
+    KyCrashReport report;
+    ASSERT_TRUE(KyCrashHandler::takeLastCrashReport(report));
+    EXPECT_EQ(report.faultAddress, "0x0000000000000000");
+}
+
+TEST_F(KyCrashHandlerTest, DumpsAreWrittenWhenAskedFor) {
+    ASSERT_EQ(crash("null", true).signal, SIGSEGV);
+    KyCrashReport report;
+    ASSERT_TRUE(KyCrashHandler::takeLastCrashReport(report));
+    ASSERT_FALSE(report.dumpPath.isEmpty());
+    EXPECT_EQ(report.dumpPath, report.folder + "/crash_dump.bin");
+    const std::string dump = readAll(report.dumpPath.toStdString());
+    ASSERT_GT(dump.size(), 8u + 4 + 4 + 8 * 5);
+    EXPECT_EQ(dump.substr(0, 8), "KYDUMP01");
+    uint32_t signal = 0;
+    std::memcpy(&signal, dump.data() + 8, sizeof signal);
+    EXPECT_EQ(signal, static_cast<uint32_t>(SIGSEGV));
+    uint64_t pid = 0, sp = 0, contextSize = 0;
+    std::memcpy(&pid, dump.data() + 24, sizeof pid);
+    std::memcpy(&sp, dump.data() + 40, sizeof sp);
+    std::memcpy(&contextSize, dump.data() + 48, sizeof contextSize);
+    EXPECT_EQ(static_cast<long long>(pid), report.pid);
+    EXPECT_NE(sp, 0u);
+    ASSERT_GE(dump.size(), 56 + contextSize + 8);
+    uint64_t stackBytes = 0;
+    std::memcpy(&stackBytes, dump.data() + 56 + contextSize, sizeof stackBytes);
+    EXPECT_GT(stackBytes, 0u);
+    EXPECT_EQ(dump.size(), 56 + contextSize + 8 + stackBytes);
+}
+
+TEST_F(KyCrashHandlerTest, NewestReportWinsAndOlderOnesAreNotShownLater) {
+    ASSERT_TRUE(crash("abort").signalled);
+    // Names carry the second of the crash; make the second crash sort later.
+    std::filesystem::path first;
+    for (const auto& entry : std::filesystem::directory_iterator(crashDir())) first = entry.path();
+    std::filesystem::rename(first, std::filesystem::path(crashDir()) / "crash_19990101_000000_1");
+    ASSERT_TRUE(crash("null").signalled);
+    KyCrashReport report;
+    ASSERT_TRUE(KyCrashHandler::takeLastCrashReport(report));
+    EXPECT_EQ(report.signal, SIGSEGV);
+    KyCrashReport again;
+    EXPECT_FALSE(KyCrashHandler::takeLastCrashReport(again));
+}
+
+TEST_F(KyCrashHandlerTest, CleanExitLeavesNothingAndBrokenReportsAreSkipped) {
+    const ChildResult child = crash("none");
+    ASSERT_TRUE(child.finished);
+    EXPECT_EQ(child.exitCode, 0);
+    KyCrashReport report;
+    EXPECT_FALSE(KyCrashHandler::takeLastCrashReport(report));
+
+    // A report cut short before its signal line, and a stray file.
+    std::filesystem::create_directories(crashDir() + "/crash_20260101_000000_7");
+    std::ofstream(crashDir() + "/crash_20260101_000000_7/crash_report.txt") << "KyCrashProbe crash report\ntime=";
+    std::ofstream(crashDir() + "/crash_notes") << "not a folder";
+    EXPECT_FALSE(KyCrashHandler::takeLastCrashReport(report));
+}

@@ -1,0 +1,360 @@
+// The fiber pool of a real loop: lane choice and credits, admission limits,
+// slots and their reserve, yield and unYield, exceptions at the fiber's edge.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include "core/runtime/KyCoreApplication.h"
+#include "core/runtime/KyFiberPool.h"
+#include "core/runtime/linux_fiber.h"
+#include "helpers/RuntimeTestSupport.h"
+
+namespace {
+
+// A loop on the test's thread, torn down with the test.
+struct LoopFixture : ::testing::Test {
+    void SetUp() override { app = std::make_unique<KyCoreApplication>(); }
+    void TearDown() override { app.reset(); }
+    KyFiberPool& pool() { return app->fiberPool(); }
+
+    // Posts a task on lane that yields under a fresh id (stored in ids) and
+    // counts itself finished when woken.
+    void postYielding(KyFiberLane lane, std::vector<int>& ids, int& finished) {
+        ASSERT_TRUE(app->postEventOnLane(
+            [&ids, &finished] {
+                const int id = KyCoreApplication::generateYieldId();
+                ids.push_back(id);
+                KyCoreApplication::yieldCurrentFiber(id);
+                ++finished;
+            },
+            lane));
+    }
+
+    // Wakes every id and runs until all woken tasks are done.
+    void wakeAll(const std::vector<int>& ids) {
+        for (int id : ids) pool().unYield(id, 2);
+        kytest::drain(app.get());
+    }
+
+    std::unique_ptr<KyCoreApplication> app;
+};
+
+using FiberPoolLanes = LoopFixture;
+using FiberPoolAdmission = LoopFixture;
+using FiberPoolSlots = LoopFixture;
+using FiberPoolYield = LoopFixture;
+
+} // namespace
+
+TEST_F(FiberPoolLanes, OneCreditCycleServesEightFourOnePicksInLaneOrder) {
+    std::vector<int> picks;
+    for (int i = 0; i < 30; ++i)
+        for (KyFiberLane lane : {1, 2, 3}) app->postEventOnLane([&picks, lane] { picks.push_back(lane); }, lane);
+    for (int i = 0; i < 26; ++i) ASSERT_TRUE(pool().runNextWorkItem());
+    std::vector<int> cycle;
+    for (int i = 0; i < 8; ++i) cycle.push_back(1);
+    for (int i = 0; i < 4; ++i) cycle.push_back(2);
+    cycle.push_back(3);
+    std::vector<int> expected = cycle;
+    expected.insert(expected.end(), cycle.begin(), cycle.end());
+    EXPECT_EQ(picks, expected);
+    kytest::drain(app.get());
+    EXPECT_EQ(picks.size(), 90u);
+}
+
+TEST_F(FiberPoolLanes, WorkLeftOnlyOnSpentLanesStartsANewCycle) {
+    std::vector<int> picks;
+    for (int i = 0; i < 6; ++i) app->postEventOnLane([&picks] { picks.push_back(3); }, 3);
+    for (int i = 0; i < 6; ++i) ASSERT_TRUE(pool().runNextWorkItem());
+    EXPECT_EQ(picks, std::vector<int>(6, 3));
+    EXPECT_FALSE(pool().runNextWorkItem());
+}
+
+TEST_F(FiberPoolLanes, SteadyLaneZeroFlowStarvesLanesOneToThree) {
+    std::vector<int> picks;
+    int remaining = 200;
+    std::function<void()> urgent = [&] {
+        picks.push_back(0);
+        if (--remaining > 0) app->postEventOnLane(urgent, 0);
+    };
+    for (KyFiberLane lane : {1, 2, 3}) app->postEventOnLane([&picks, lane] { picks.push_back(lane); }, lane);
+    app->postEventOnLane(urgent, 0);
+    for (int i = 0; i < 200; ++i) ASSERT_TRUE(pool().runNextWorkItem());
+    EXPECT_EQ(picks, std::vector<int>(200, 0));
+    const KyFiberPoolStats s = pool().stats();
+    EXPECT_EQ(s.credits[0], 8);  // lane 0 spends no credit
+    kytest::drain(app.get());
+    EXPECT_EQ(picks.size(), 203u);
+    EXPECT_EQ(std::vector<int>(picks.end() - 3, picks.end()), (std::vector<int>{1, 2, 3}));
+}
+
+TEST_F(FiberPoolLanes, LanesOutsideZeroToTwoQueueAsLaneThree) {
+    std::vector<int> order;
+    app->postEventOnLane([&order] { order.push_back(7); }, 7);
+    app->postEventOnLane([&order] { order.push_back(-1); }, -1);
+    app->postEventOnLane([&order] { order.push_back(3); }, 3);
+    const KyFiberPoolStats s = pool().stats();
+    EXPECT_EQ(s.queuedTasks[3], 3);
+    EXPECT_EQ(s.highWaterMark[3], 3);
+    kytest::drain(app.get());
+    EXPECT_EQ(order, (std::vector<int>{7, -1, 3}));
+}
+
+TEST_F(FiberPoolAdmission, LaneTwoStopsAt500AndLanesZeroOneUseTheReserveUpTo516) {
+    kytest::LogCapture log;
+    int ran = 0;
+    for (int i = 0; i < 500; ++i) ASSERT_TRUE(app->postEvent([&ran] { ++ran; })) << i;
+    EXPECT_FALSE(app->postEvent([&ran] { ++ran; }));
+    EXPECT_FALSE(app->postEventOnLane([&ran] { ++ran; }, 3));
+    EXPECT_FALSE(app->postEventOnLane([&ran] { ++ran; }, 9));
+    for (int i = 0; i < 8; ++i) ASSERT_TRUE(app->postEventOnLane([&ran] { ++ran; }, 0));
+    for (int i = 0; i < 8; ++i) ASSERT_TRUE(app->postEventOnLane([&ran] { ++ran; }, 1));
+    EXPECT_FALSE(app->postEventOnLane([&ran] { ++ran; }, 0));
+    EXPECT_FALSE(app->postEventOnLane([&ran] { ++ran; }, 1));
+
+    EXPECT_EQ(pool().stats().lostWork, 5);
+    EXPECT_EQ(log.count("KyFiberPool saturated; rejecting posted event on lane=2"), 1);
+    EXPECT_EQ(log.count("KyFiberPool saturated; rejecting posted event on lane=3"), 1);
+    EXPECT_EQ(log.count("KyFiberPool saturated; rejecting posted event on lane=9"), 1);
+    EXPECT_EQ(log.count("KyFiberPool saturated; rejecting posted event on lane=0"), 1);
+    EXPECT_EQ(log.count("KyFiberPool saturated; rejecting posted event on lane=1"), 1);
+
+    kytest::drain(app.get());
+    EXPECT_EQ(ran, 516);
+    // Once drained, the pool admits again.
+    EXPECT_TRUE(app->postEvent([&ran] { ++ran; }));
+    kytest::drain(app.get());
+    EXPECT_EQ(ran, 517);
+}
+
+TEST_F(FiberPoolAdmission, BusySlotsCountTowardsTheLoad) {
+    pool().setLimits(3, 3);
+    std::vector<int> ids;
+    int finished = 0;
+    for (int i = 0; i < 3; ++i) postYielding(2, ids, finished);
+    kytest::drain(app.get());
+    ASSERT_EQ(ids.size(), 3u);
+    EXPECT_FALSE(app->postEvent([] {}));  // three yielded slots fill a limit of three
+    EXPECT_TRUE(app->postEventOnLane([] {}, 1));
+    wakeAll(ids);
+    EXPECT_EQ(finished, 3);
+    EXPECT_TRUE(app->postEvent([] {}));
+    kytest::drain(app.get());
+}
+
+TEST_F(FiberPoolAdmission, EmptyFunctionIsRefused) {
+    EXPECT_FALSE(app->postEvent(std::function<void()>()));
+    EXPECT_FALSE(pool().hasWork());
+}
+
+TEST_F(FiberPoolSlots, LaneTwoTaskWithoutAnIdleNormalSlotIsDroppedWithTheWarning) {
+    kytest::LogCapture log;
+    pool().setLimits(4, 4);
+    std::vector<int> ids;
+    int finished = 0;
+    for (int i = 0; i < 3; ++i) postYielding(2, ids, finished);
+    kytest::drain(app.get());
+    bool droppedRan = false;
+    ASSERT_TRUE(app->postEvent([&droppedRan] { droppedRan = true; }));
+    postYielding(1, ids, finished);  // lane 1 is served first and takes the last normal slot
+
+    ASSERT_TRUE(pool().runNextWorkItem());
+    ASSERT_EQ(ids.size(), 4u);
+    EXPECT_TRUE(pool().runNextWorkItem());  // chosen, but dropped
+    EXPECT_FALSE(droppedRan);
+    EXPECT_EQ(pool().stats().lostWork, 1);
+    EXPECT_EQ(log.count("Dropping queued fiber task because no dispatch slot is available."), 1);
+    EXPECT_EQ(pool().stats().reservedSlotsWithFiber, 0);
+    wakeAll(ids);
+    EXPECT_EQ(finished, 4);
+}
+
+TEST_F(FiberPoolSlots, LaneOneTaskWithoutAnIdleNormalSlotGetsAReservedSlot) {
+    pool().setLimits(4, 4);
+    std::vector<int> ids;
+    int finished = 0;
+    for (int i = 0; i < 3; ++i) postYielding(2, ids, finished);
+    kytest::drain(app.get());
+    bool ran = false;
+    postYielding(1, ids, finished);
+    ASSERT_TRUE(app->postEventOnLane([&ran] { ran = true; }, 1));
+    kytest::drain(app.get());
+    EXPECT_TRUE(ran);
+    KyFiberPoolStats s = pool().stats();
+    EXPECT_EQ(s.reservedSlotsWithFiber, 1);
+    EXPECT_EQ(s.idleReserved, 1);
+    EXPECT_EQ(s.lostWork, 0);
+    // The reserved slot is reused, not created again.
+    ASSERT_TRUE(app->postEventOnLane([] {}, 0));
+    kytest::drain(app.get());
+    s = pool().stats();
+    EXPECT_EQ(s.reservedSlotsWithFiber, 1);
+    EXPECT_GE(s.reusedDispatches, 1);
+    wakeAll(ids);
+    EXPECT_EQ(finished, 4);
+}
+
+TEST_F(FiberPoolSlots, SixteenBusyReservedSlotsDropTheNextLaneOneTask) {
+    kytest::LogCapture log;
+    pool().setLimits(2, 2);
+    ASSERT_TRUE(app->postEvent([] {}));  // warms two normal slots
+    kytest::drain(app.get());
+    pool().setLimits(100, 100);  // admission now allows far more than the slots
+    std::vector<int> ids;
+    int finished = 0;
+    for (int i = 0; i < 18; ++i) postYielding(1, ids, finished);
+    bool lastRan = false;
+    ASSERT_TRUE(app->postEventOnLane([&lastRan] { lastRan = true; }, 1));
+    kytest::drain(app.get());
+    EXPECT_EQ(ids.size(), 18u);
+    EXPECT_FALSE(lastRan);
+    const KyFiberPoolStats s = pool().stats();
+    EXPECT_EQ(s.reservedSlotsWithFiber, 16);
+    EXPECT_EQ(s.normalSlotsWithFiber, 2);
+    EXPECT_EQ(s.lostWork, 1);
+    EXPECT_EQ(log.count("Dropping queued fiber task because no dispatch slot is available."), 1);
+    wakeAll(ids);
+    EXPECT_EQ(finished, 18);
+}
+
+TEST_F(FiberPoolSlots, ExceptionsStopAtTheFiberEdgeAndTheSlotGoesBackToIdle) {
+    kytest::LogCapture log;
+    pool().setLimits(2, 2);
+    std::vector<int> after;
+    app->postEvent([] { throw std::runtime_error("tunnel gone"); });
+    app->postEvent([] { throw 42; });
+    kytest::drain(app.get());
+    // The same two slots (the only ones) take the next tasks.
+    app->postEvent([&after] { after.push_back(1); });
+    app->postEvent([&after] { after.push_back(2); });
+    kytest::drain(app.get());
+    EXPECT_EQ(after, (std::vector<int>{1, 2}));
+    EXPECT_EQ(log.count("Unhandled exception in fiber callback: tunnel gone"), 1);
+    EXPECT_EQ(log.count("Unhandled unknown exception in fiber callback"), 1);
+    const KyFiberPoolStats s = pool().stats();
+    EXPECT_EQ(s.finishedTasks, 4);
+    EXPECT_EQ(s.idleNormal, 2);
+    EXPECT_EQ(s.normalSlotsWithFiber, 2);
+    EXPECT_EQ(s.reusedDispatches, 2);
+}
+
+TEST_F(FiberPoolSlots, WarmUpCreatesTheNormalSlotsAtTheFirstPost) {
+    EXPECT_EQ(pool().stats().normalSlotsWithFiber, 0);
+    app->postEvent([] {});
+    EXPECT_EQ(pool().stats().normalSlotsWithFiber, 500);
+    EXPECT_EQ(pool().stats().idleNormal, 500);
+    kytest::drain(app.get());
+}
+
+TEST_F(FiberPoolYield, UnYieldOfUnknownOrSecondIdIsRefusedAndChangesNothing) {
+    std::vector<int> ids;
+    int finished = 0;
+    postYielding(2, ids, finished);
+    kytest::drain(app.get());
+    ASSERT_EQ(ids.size(), 1u);
+    const KyFiberPoolStats before = pool().stats();
+    EXPECT_EQ(before.yielded, 1);
+    EXPECT_FALSE(pool().unYield(ids[0] - 1000, 2));
+    const KyFiberPoolStats unchanged = pool().stats();
+    EXPECT_EQ(unchanged.yielded, 1);
+    EXPECT_EQ(unchanged.resumableSlots[2], 0);
+
+    EXPECT_TRUE(pool().unYield(ids[0], 2));
+    EXPECT_FALSE(pool().unYield(ids[0], 2));
+    EXPECT_EQ(pool().stats().resumableSlots[2], 1);
+    kytest::drain(app.get());
+    EXPECT_EQ(finished, 1);
+}
+
+TEST_F(FiberPoolYield, UnYieldOnLaneSevenQueuesAtIndexThree) {
+    std::vector<int> ids;
+    int finished = 0;
+    postYielding(2, ids, finished);
+    kytest::drain(app.get());
+    ASSERT_TRUE(pool().unYield(ids.at(0), 7));
+    const KyFiberPoolStats s = pool().stats();
+    EXPECT_EQ(s.resumableSlots[3], 1);
+    EXPECT_EQ(s.highWaterMark[3], 1);
+    kytest::drain(app.get());
+    EXPECT_EQ(finished, 1);
+}
+
+TEST_F(FiberPoolYield, ResumedSlotBeatsQueuedTaskOnItsLane) {
+    std::vector<int> ids;
+    int finished = 0;
+    std::vector<std::string> order;
+    postYielding(2, ids, finished);
+    kytest::drain(app.get());
+    app->postEvent([&order] { order.push_back("task"); });
+    pool().unYield(ids.at(0), 2);
+    ASSERT_TRUE(pool().runNextWorkItem());
+    EXPECT_EQ(finished, 1);
+    EXPECT_TRUE(order.empty());
+    kytest::drain(app.get());
+    EXPECT_EQ(order, std::vector<std::string>{"task"});
+}
+
+TEST_F(FiberPoolYield, YieldOnTheMainFiberDoesNotSuspend) {
+    const int id = KyCoreApplication::generateYieldId();
+    EXPECT_FALSE(KyCoreApplication::yieldCurrentFiber(id));
+    EXPECT_FALSE(pool().isOnPooledFiber());
+    EXPECT_EQ(pool().stats().yielded, 0);
+    EXPECT_FALSE(pool().unYield(id, 0));
+
+    bool onFiber = false;
+    app->postEvent([&] { onFiber = app->fiberPool().isOnPooledFiber(); });
+    kytest::drain(app.get());
+    EXPECT_TRUE(onFiber);
+
+    // A thread without any loop cannot yield either.
+    bool yielded = true;
+    std::thread([&yielded] { yielded = KyCoreApplication::yieldCurrentFiber(-5); }).join();
+    EXPECT_FALSE(yielded);
+}
+
+TEST_F(FiberPoolYield, YieldIdsCountDownFromMinusOne) {
+    const int a = KyCoreApplication::generateYieldId();
+    const int b = KyCoreApplication::generateYieldId();
+    EXPECT_LT(a, 0);
+    EXPECT_EQ(b, a - 1);
+}
+
+TEST_F(FiberPoolYield, WakeFromAnotherThreadResumesTheFiberOnItsOwnThread) {
+    std::atomic<int> id{0};
+    pthread_t resumedOn{};
+    bool resumed = false;
+    app->postEvent([&] {
+        const int mine = KyCoreApplication::generateYieldId();
+        id.store(mine);
+        KyCoreApplication::yieldCurrentFiber(mine);
+        resumedOn = pthread_self();
+        resumed = true;
+        app->quit();
+    });
+    std::thread waker([&id] {
+        kytest::waitUntil([&id] { return id.load() != 0; });
+        KyCoreApplication::routeYieldWakeAcrossInstances_(id.load(), 1);
+    });
+    app->exec(20'000'000);
+    waker.join();
+    EXPECT_TRUE(resumed);
+    EXPECT_TRUE(pthread_equal(resumedOn, pthread_self()));
+}
+
+TEST_F(FiberPoolYield, ShutdownFreesYieldedSlotsWithoutResumingThem) {
+    bool resumed = false;
+    app->postEvent([&resumed] {
+        KyCoreApplication::yieldCurrentFiber(KyCoreApplication::generateYieldId());
+        resumed = true;
+    });
+    kytest::drain(app.get());
+    EXPECT_EQ(pool().stats().yielded, 1);
+    pool().shutdown();
+    EXPECT_FALSE(resumed);
+    const KyFiberPoolStats s = pool().stats();
+    EXPECT_EQ(s.slots, 0);
+    EXPECT_EQ(s.yielded, 0);
+}

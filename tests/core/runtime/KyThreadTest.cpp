@@ -1,0 +1,237 @@
+// Threads with their own loops: start-up order, pending tasks, the fallback
+// rules for dead or missing threads, blocking calls, quitting and naming.
+#include <gtest/gtest.h>
+
+#include <pthread.h>
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include "core/io/KyDebug.h"
+#include "core/object/KyObject.h"
+#include "core/runtime/KyCoreApplication.h"
+#include "core/runtime/KyThread.h"
+
+namespace {
+
+using ky::atomic::Thread;
+
+template <typename Pred> bool eventually(Pred pred, KyCoreApplication* loop = nullptr) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!pred()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        if (loop) {
+            if (loop->processEvent(false) != 0) loop->waitForWork_(2000);
+        } else {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+TEST(KyThreadStart, TasksPostedBeforeTheLoopExistsRunInOrderOnceItStarts) {
+    Thread t(KyString("LateStarter"));
+    std::mutex m;
+    std::vector<int> order;
+    std::atomic<int> done{0};
+    std::atomic<pthread_t> where{};
+    for (int i = 0; i < 5; ++i)
+        t.postTask([&, i] {
+            std::lock_guard lock(m);
+            order.push_back(i);
+            where = pthread_self();
+            ++done;
+        });
+    EXPECT_EQ(t.application(), nullptr);
+    EXPECT_FALSE(Thread::isLive(&t));
+    ASSERT_TRUE(t.start());
+    EXPECT_FALSE(t.start());
+    ASSERT_TRUE(eventually([&] { return done.load() == 5; }));
+    {
+        std::lock_guard lock(m);
+        EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3, 4}));
+    }
+    EXPECT_TRUE(pthread_equal(where.load(), t.nativeHandle()));
+    t.quit();
+    EXPECT_TRUE(t.wait());
+}
+
+TEST(KyThreadStart, TheThreadKnowsItselfItsNameAndItsLoop) {
+    Thread t(KyString("Named"));
+    t.start();
+    Thread* seenCurrent = nullptr;
+    KyCoreApplication* seenLoop = nullptr;
+    KyString seenLogName;
+    KyObject::executeBlockingOnThread(&t, [&] {
+        seenCurrent = Thread::currentThread();
+        seenLoop = KyCoreApplication::instance(false);
+        seenLogName = KyDebug::threadName();
+    });
+    EXPECT_EQ(seenCurrent, &t);
+    EXPECT_NE(seenLoop, nullptr);
+    EXPECT_EQ(seenLoop, t.application());
+    EXPECT_EQ(seenLogName, KyString("Named"));
+    EXPECT_TRUE(Thread::isLive(&t));
+    EXPECT_EQ(Thread::fromThreadId(std::this_thread::get_id()), Thread::currentThread());
+    t.quit();
+    t.wait();
+    EXPECT_FALSE(Thread::isLive(&t));
+    EXPECT_FALSE(t.isRunning());
+    EXPECT_EQ(t.application(), nullptr);
+}
+
+TEST(KyThreadStart, MainThreadIsAdoptedAndForeignThreadsHaveNone) {
+    Thread* main = Thread::currentThread();
+    ASSERT_NE(main, nullptr);
+    EXPECT_EQ(main->name(), KyString("MainThread"));
+    EXPECT_TRUE(Thread::isLive(main));
+    EXPECT_TRUE(pthread_equal(main->nativeHandle(), pthread_self()));
+    EXPECT_FALSE(main->start());
+    Thread* seen = main;
+    std::thread foreign([&] { seen = Thread::currentThread(); });
+    foreign.join();
+    EXPECT_EQ(seen, nullptr);
+}
+
+TEST(KyThreadStart, ARestartedThreadRunsAgain) {
+    Thread t(KyString("Twice"));
+    for (int round = 0; round < 2; ++round) {
+        SCOPED_TRACE(round);
+        ASSERT_TRUE(t.start());
+        std::atomic<bool> ran{false};
+        t.postTask([&] { ran = true; });
+        ASSERT_TRUE(eventually([&] { return ran.load(); }));
+        t.quit();
+        ASSERT_TRUE(t.wait());
+    }
+}
+
+TEST(KyThreadStart, DestroyingARunningThreadQuitsAndJoinsIt) {
+    std::atomic<int> ran{0};
+    {
+        Thread t(KyString("ShortLived"));
+        t.start();
+        KyObject::executeBlockingOnThread(&t, [&] { ++ran; });
+    }
+    EXPECT_EQ(ran.load(), 1);
+}
+
+// ---------------------------------------------------------------------------
+
+TEST(KyThreadFallback, ATaskToADeadThreadRunsOnTheCurrentThread) {
+    KyCoreApplication app;
+    auto* t = new Thread(KyString("Gone"));
+    t->start();
+    t->quit();
+    t->wait();
+    ASSERT_FALSE(Thread::isLive(t));
+    std::atomic<bool> ran{false};
+    std::atomic<pthread_t> where{};
+    KyObject::postTaskToThread(t, [&] {
+        where = pthread_self();
+        ran = true;
+    });
+    ASSERT_TRUE(eventually([&] { return ran.load(); }, &app));
+    EXPECT_TRUE(pthread_equal(where.load(), pthread_self()));
+    delete t;
+}
+
+TEST(KyThreadFallback, AThreadWithoutAThreadObjectPostsToTheSharedFallbackThread) {
+    Thread* fallback = Thread::sharedFallbackThread();
+    ASSERT_NE(fallback, nullptr);
+    EXPECT_EQ(Thread::sharedFallbackThread(), fallback);
+    EXPECT_EQ(fallback->name(), KyString("KyFallbackCoreThread"));
+    std::atomic<bool> ran{false};
+    std::atomic<pthread_t> where{};
+    std::thread foreign([&] {
+        KyObject::postTaskToThread(nullptr, [&] {
+            where = pthread_self();
+            ran = true;
+        });
+    });
+    foreign.join();
+    ASSERT_TRUE(eventually([&] { return ran.load(); }));
+    EXPECT_TRUE(pthread_equal(where.load(), fallback->nativeHandle()));
+}
+
+// ---------------------------------------------------------------------------
+
+TEST(KyThreadBlocking, RunsOnTheTargetAndReturnsAfterIt) {
+    Thread t(KyString("Blocking"));
+    t.start();
+    int value = 0;
+    pthread_t where{};
+    KyObject::executeBlockingOnThread(&t, [&] {
+        where = pthread_self();
+        value = 42;
+    });
+    EXPECT_EQ(value, 42);
+    EXPECT_TRUE(pthread_equal(where, t.nativeHandle()));
+    t.quit();
+    t.wait();
+}
+
+TEST(KyThreadBlocking, ToTheCallersOwnThreadRunsInline) {
+    int onMain = 0;
+    KyObject::executeBlockingOnThread(Thread::currentThread(), [&] { ++onMain; });
+    EXPECT_EQ(onMain, 1);
+
+    Thread t(KyString("SelfCall"));
+    t.start();
+    std::atomic<int> nested{0};
+    KyObject::executeBlockingOnThread(&t, [&] {
+        KyObject::executeBlockingOnThread(&t, [&] { ++nested; });
+        ++nested;
+    });
+    EXPECT_EQ(nested.load(), 2);
+    t.quit();
+    t.wait();
+}
+
+TEST(KyThreadBlocking, NotStartedOrNullTargetsRunInline) {
+    Thread never(KyString("NeverStarted"));
+    int runs = 0;
+    KyObject::executeBlockingOnThread(&never, [&] { ++runs; });
+    KyObject::executeBlockingOnThread(nullptr, [&] { ++runs; });
+    EXPECT_EQ(runs, 2);
+}
+
+TEST(KyThreadBlocking, AnExceptionInTheTaskReachesTheCaller) {
+    Thread t(KyString("Thrower"));
+    t.start();
+    EXPECT_THROW(KyObject::executeBlockingOnThread(&t, [] { throw std::runtime_error("task failed"); }),
+                 std::runtime_error);
+    std::atomic<bool> alive{false};
+    KyObject::executeBlockingOnThread(&t, [&] { alive = true; });
+    EXPECT_TRUE(alive.load());
+    t.quit();
+    t.wait();
+}
+
+TEST(KyThreadBlocking, TwoThreadsCallingEachOtherFromPostedWorkDoNotWedge) {
+    Thread a(KyString("PingA")), b(KyString("PingB"));
+    a.start();
+    b.start();
+    std::atomic<int> done{0};
+    // Each posted function blocks on the other thread, which is itself inside
+    // a blocking call back: the waiting fibers yield, so both loops go on.
+    a.postTask([&] {
+        KyObject::executeBlockingOnThread(&b, [&] { ++done; });
+        ++done;
+    });
+    b.postTask([&] {
+        KyObject::executeBlockingOnThread(&a, [&] { ++done; });
+        ++done;
+    });
+    EXPECT_TRUE(eventually([&] { return done.load() == 4; }));
+    a.quit();
+    b.quit();
+    a.wait();
+    b.wait();
+}

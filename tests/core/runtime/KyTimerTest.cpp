@@ -1,0 +1,239 @@
+// Timers of a real loop: the table (single shots, repeats, removal in flight)
+// and KyTimer (listeners, the timeout() signal, starts from another thread).
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <thread>
+
+#include "core/object/KyObject.h"
+#include "core/runtime/KyCoreApplication.h"
+#include "core/runtime/KyThread.h"
+#include "core/runtime/KyTimer.h"
+#include "helpers/RuntimeTestSupport.h"
+
+namespace {
+
+struct LoopFixture : ::testing::Test {
+    void SetUp() override { app = std::make_unique<KyCoreApplication>(); }
+    void TearDown() override { app.reset(); }
+    bool pumpUntil(const std::function<bool()>& pred) { return kytest::pumpUntil(app.get(), pred); }
+    std::unique_ptr<KyCoreApplication> app;
+};
+
+using TimerTable = LoopFixture;
+using Timer = LoopFixture;
+
+} // namespace
+
+TEST_F(TimerTable, WithoutTimersTheWaitBoundIs2147483647) {
+    EXPECT_EQ(app->timerCount(), 0);
+    EXPECT_EQ(app->processTimers(), 2147483647);
+    EXPECT_EQ(app->processEvent(false), -1);
+}
+
+TEST_F(TimerTable, ZeroMillisecondSingleShotRunsOnceAndLeavesTheTable) {
+    int fired = 0;
+    app->addTimer([&fired] { ++fired; }, 0, true, 2);
+    EXPECT_EQ(app->timerCount(), 1);
+    ASSERT_TRUE(pumpUntil([&] { return fired == 1; }));
+    kytest::drain(app.get());
+    EXPECT_EQ(fired, 1);
+    EXPECT_EQ(app->timerCount(), 0);
+    EXPECT_EQ(app->processEvent(false), -1);
+}
+
+TEST_F(TimerTable, RepeatingTimerFiresUntilRemoved) {
+    int fired = 0;
+    const int id = app->addTimer([&fired] { ++fired; }, 1000, false, 1);
+    ASSERT_TRUE(pumpUntil([&] { return fired >= 5; }));
+    app->removeTimer(id);
+    const int atRemoval = fired;
+    kytest::drain(app.get());
+    EXPECT_EQ(fired, atRemoval);
+    EXPECT_EQ(app->timerCount(), 0);
+    EXPECT_EQ(app->processEvent(false), -1);
+    app->removeTimer(id);  // a second removal is harmless
+}
+
+TEST_F(TimerTable, DueTimersRunAheadOfLaneWorkButAfterLaneZero) {
+    std::vector<std::string> order;
+    app->postEventOnLane([&order] { order.push_back("lane1"); }, 1);
+    app->postEventOnLane([&order] { order.push_back("lane0"); }, 0);
+    app->addTimer([&order] { order.push_back("timer"); }, 0, true, 0);
+    kytest::drain(app.get());
+    EXPECT_EQ(order, (std::vector<std::string>{"lane0", "timer", "lane1"}));
+}
+
+TEST_F(TimerTable, TimerRemovedWhileInFlightLivesUntilItsDispatchEnds) {
+    auto sentinel = std::make_shared<int>(1);
+    std::weak_ptr<int> watch = sentinel;
+    std::atomic<int> yieldId{0};
+    bool finished = false;
+    const int id = app->addTimer(
+        [held = sentinel, &yieldId, &finished] {
+            const int mine = KyCoreApplication::generateYieldId();
+            yieldId = mine;
+            KyCoreApplication::yieldCurrentFiber(mine);
+            finished = true;
+        },
+        0, false, 2);
+    sentinel.reset();
+    ASSERT_TRUE(pumpUntil([&] { return yieldId.load() != 0; }));
+    app->removeTimer(id);
+    EXPECT_EQ(app->timerCount(), 0);
+    EXPECT_FALSE(watch.expired());  // its dispatch is still under way
+    KyCoreApplication::routeYieldWakeAcrossInstances_(yieldId.load(), 2);
+    ASSERT_TRUE(pumpUntil([&] { return finished; }));
+    kytest::drain(app.get());
+    EXPECT_TRUE(watch.expired());
+}
+
+TEST_F(TimerTable, TimerRemovedAfterItWasPostedIsNotCalled) {
+    auto sentinel = std::make_shared<int>(1);
+    std::weak_ptr<int> watch = sentinel;
+    int fired = 0;
+    const int id = app->addTimer([held = sentinel, &fired] { ++fired; }, 0, true, 2);
+    sentinel.reset();
+    app->processTimers();  // posted, in flight
+    EXPECT_TRUE(app->fiberPool().hasWork());
+    app->removeTimer(id);
+    EXPECT_FALSE(watch.expired());
+    kytest::drain(app.get());
+    EXPECT_EQ(fired, 0);
+    EXPECT_TRUE(watch.expired());
+}
+
+TEST_F(TimerTable, AddingATimerWakesALoopParkedInAnotherThread) {
+    std::atomic<int> fired{0};
+    std::atomic<bool> parkedOnce{false};
+    std::thread adder([&] {
+        kytest::waitUntil([&] { return parkedOnce.load(); });
+        app->addTimer([&fired] { fired++; }, 0, true, 2);
+    });
+    parkedOnce = true;
+    app->waitForWork_(-1);  // ended by the wake-up of addTimer
+    EXPECT_TRUE(pumpUntil([&] { return fired.load() == 1; }));
+    adder.join();
+}
+
+TEST_F(TimerTable, TimersAreDestroyedWithTheLoop) {
+    auto sentinel = std::make_shared<int>(1);
+    std::weak_ptr<int> watch = sentinel;
+    app->addTimer([held = sentinel] {}, 1'000'000, false, 2);
+    app->addTimer([held = sentinel] {}, 0, true, 2);
+    sentinel.reset();
+    app->processTimers();  // one of them is in flight when the loop goes
+    app.reset();
+    EXPECT_TRUE(watch.expired());
+}
+
+TEST_F(Timer, ListenersAndTheTimeoutSignalHearEveryExpiry) {
+    KyTimer timer;
+    int byCallback = 0;
+    int bySignal = 0;
+    timer.connectTimeout([&byCallback] { ++byCallback; });
+    KyObject::connect(&timer, &KyTimer::timeout, [&bySignal] { ++bySignal; });
+    timer.start(1);
+    EXPECT_TRUE(timer.isActive());
+    EXPECT_EQ(timer.interval(), 1);
+    ASSERT_TRUE(pumpUntil([&] { return bySignal >= 3; }));
+    timer.stop();
+    EXPECT_FALSE(timer.isActive());
+    const int stoppedAt = bySignal;
+    kytest::drain(app.get());
+    EXPECT_EQ(bySignal, stoppedAt);
+    EXPECT_EQ(byCallback, bySignal);
+}
+
+TEST_F(Timer, SingleShotTimerFiresOnceAndIsThenInactive) {
+    KyTimer timer;
+    timer.setSingleShot(true);
+    int fired = 0;
+    timer.connectTimeout([&fired] { ++fired; });
+    timer.start(0);
+    ASSERT_TRUE(pumpUntil([&] { return fired == 1; }));
+    kytest::drain(app.get());
+    EXPECT_EQ(fired, 1);
+    EXPECT_FALSE(timer.isActive());
+    EXPECT_EQ(app->timerCount(), 0);
+}
+
+TEST_F(Timer, StartWithAnIntervalWhileRunningKeepsTheOldInterval) {
+    KyTimer timer;
+    timer.start(50);
+    timer.start(5);
+    EXPECT_EQ(timer.interval(), 50);
+    timer.stop();
+    timer.start(5);
+    EXPECT_EQ(timer.interval(), 5);
+}
+
+TEST_F(Timer, TimerDeletedBeforeItsExpiryNeverCalls) {
+    int fired = 0;
+    auto* timer = new KyTimer;
+    timer->connectTimeout([&fired] { ++fired; });
+    timer->start(0);
+    delete timer;
+    kytest::drain(app.get());
+    EXPECT_EQ(fired, 0);
+    EXPECT_EQ(app->timerCount(), 0);
+}
+
+TEST_F(Timer, ListenerMayDeleteItsTimer) {
+    auto* timer = new KyTimer;
+    int fired = 0;
+    timer->connectTimeout([&] {
+        ++fired;
+        delete timer;
+    });
+    timer->connectTimeout([&fired] { fired += 100; });  // not reached: the timer is gone
+    timer->start(0);
+    ASSERT_TRUE(pumpUntil([&] { return fired > 0; }));
+    kytest::drain(app.get());
+    EXPECT_EQ(fired, 1);
+    EXPECT_EQ(app->timerCount(), 0);
+}
+
+TEST_F(Timer, StaticSingleShotRunsTheFunctionOnce) {
+    int fired = 0;
+    EXPECT_TRUE(KyTimer::singleShot(0, [&fired] { ++fired; }));
+    ASSERT_TRUE(pumpUntil([&] { return fired == 1; }));
+    kytest::drain(app.get());
+    EXPECT_EQ(fired, 1);
+    bool scheduled = true;
+    std::thread([&scheduled] { scheduled = KyTimer::singleShot(0, [] {}); }).join();
+    EXPECT_FALSE(scheduled);  // no loop on that thread
+}
+
+TEST(TimerAcrossThreads, StartFromAForeignThreadReturnsBeforeTheTimerRuns) {
+    ky::atomic::Thread worker("TimerOwner");
+    ASSERT_TRUE(worker.start());
+    KyTimer* timer = nullptr;
+    std::atomic<int> fired{0};
+    KyObject::executeBlockingOnThread(&worker, [&] {
+        timer = new KyTimer;
+        timer->connectTimeout([&fired] { fired++; });
+    });
+    ASSERT_NE(timer, nullptr);
+
+    // Hold the owner's loop, so the posted start cannot have run yet.
+    std::atomic<bool> holding{false};
+    std::atomic<bool> release{false};
+    worker.postTask([&] {
+        holding = true;
+        kytest::waitUntil([&] { return release.load(); });
+    });
+    ASSERT_TRUE(kytest::waitUntil([&] { return holding.load(); }));
+    timer->start(1);
+    EXPECT_FALSE(timer->isActive());
+    release = true;
+    EXPECT_TRUE(kytest::waitUntil([&] { return fired.load() >= 2; }));
+    EXPECT_TRUE(timer->isActive());
+
+    timer->stop();
+    EXPECT_TRUE(kytest::waitUntil([&] { return !timer->isActive(); }));
+    KyObject::executeBlockingOnThread(&worker, [timer] { delete timer; });
+    worker.quit();
+    worker.wait();
+}
