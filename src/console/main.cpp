@@ -1,12 +1,25 @@
-// Process entry of the VELMO VPN Console. For now the console only announces
-// itself: the event loop, the agent link and the windows hook in here as the
-// layers beneath them land.
+// Process entry of the VELMO VPN Console: failure reporting first, then the
+// crash words, then the console itself. A start that throws is recorded on disk
+// for the next start and ends with exit code 1.
+#include <exception>
+
+#include "console/VelmoVpnConsoleApp.h"
+#include "console/VelmoVpnConsoleFailure.h"
 #include "core/io/KyDebug.h"
 
 int main(int argc, char** argv) {
-    (void)argc;
-    (void)argv;
-    KyDebug::setCategoryDebugDefault("velmo.console.*", true);
-    kyLogDebug("velmo.console.main") << "VELMO VPN native console started";
-    return 0;
+    velmoVpnConsoleInstallCrashHandling();
+    KyDebug::setCategoryDebugDefault("velmo.console*", true);
+    try {
+        for (int i = 1; i < argc; ++i)
+            if (velmoVpnConsoleIsCrashWord(argv[i])) velmoVpnConsoleTriggerCrashTest();
+        return runVelmoVpnConsole(argc, argv);
+    } catch (const std::exception& e) {
+        const char* what = e.what();
+        velmoVpnConsolePersistStartupFailure("opening", what ? what : "");
+        return 1;
+    } catch (...) {
+        velmoVpnConsolePersistStartupFailure("opening", "Unknown startup exception");
+        return 1;
+    }
 }
