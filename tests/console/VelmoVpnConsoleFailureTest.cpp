@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "../support/KyTestProcess.h"
+
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/wait.h>
@@ -31,40 +33,15 @@ struct ChildResult {
 };
 
 ChildResult runHelper(const std::vector<std::string>& args, const std::string& stateDir) {
-    const char* dir = getenv("KY_TEST_HELPERS_DIR");
-    const std::string path = std::string(dir ? dir : "tests/helpers") + "/velmo_console_failure_helper";
-    std::vector<std::string> env;
-    for (char** e = environ; *e; ++e)
-        if (strncmp(*e, "XDG_STATE_HOME=", 15) != 0 && strncmp(*e, "KY_CRASH_DUMPS=", 15) != 0) env.push_back(*e);
-    env.push_back("XDG_STATE_HOME=" + stateDir);
-    // Forced back to "1" by the crash handling the child installs.
-    env.push_back("KY_CRASH_DUMPS=0");
-    std::vector<char*> argv{const_cast<char*>(path.c_str())}, envp;
-    for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    for (const auto& e : env) envp.push_back(const_cast<char*>(e.c_str()));
-    envp.push_back(nullptr);
-
     ChildResult result;
-    const pid_t pid = fork();
-    if (pid < 0) return result;
-    if (pid == 0) {
-        execve(argv[0], argv.data(), envp.data());
-        _exit(127);
-    }
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    int status = 0;
-    while (waitpid(pid, &status, WNOHANG) != pid) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            kill(pid, SIGKILL);
-            waitpid(pid, &status, 0);
-            return result;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    result.finished = true;
-    result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    kytest::Child child;
+    // KY_CRASH_DUMPS starts at "0" and is forced back to "1" by the crash handling the child installs.
+    if (!child.start(kytest::helperPath("velmo_console_failure_helper"), args,
+                     {"XDG_STATE_HOME=" + stateDir, "KY_CRASH_DUMPS=0"}))
+        return result;
+    result.exitCode = child.finish(std::chrono::seconds(60));
+    result.finished = child.exited();
+    result.signal = child.termSignal();
     return result;
 }
 

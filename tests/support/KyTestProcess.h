@@ -88,6 +88,10 @@ public:
     }
 
     pid_t pid() const { return pid_; }
+    /// True once finish() reaped the child (false when it was still running at the deadline).
+    bool exited() const { return exited_; }
+    /// The signal that ended the child, or 0 when it exited by itself.
+    int termSignal() const { return signal_; }
     const std::string& out() const { return out_; }
     const std::string& err() const { return err_; }
 
@@ -169,6 +173,8 @@ private:
             const pid_t r = ::waitpid(pid_, &status, WNOHANG);
             if (r == pid_) {
                 pid_ = -1;
+                exited_ = true;
+                signal_ = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
                 return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
             }
             if (Clock::now() >= end) return -1;
@@ -178,6 +184,8 @@ private:
     }
 
     pid_t pid_ = -1;
+    bool exited_ = false;
+    int signal_ = 0;
     int outFd_ = -1;
     int errFd_ = -1;
     std::string out_;

@@ -5,7 +5,10 @@
 #include <cxxabi.h>
 #include <pthread.h>
 
+#include <algorithm>
+#include <bit>
 #include <condition_variable>
+#include <cstdint>
 #include <cstdlib>
 #include <exception>
 #include <unordered_set>
@@ -33,6 +36,12 @@ KyReadWriteLock& s_liveObjectsMutex_() {
 
 bool isLiveLocked(const void* object) { return s_liveObjects_().count(object) != 0; }
 
+// A word loaded from memory, as a number whose order is the bytes' memcmp order.
+std::uint64_t bigEndian(std::uint64_t word) {
+    if constexpr (std::endian::native == std::endian::little) return __builtin_bswap64(word);
+    return word;
+}
+
 } // namespace
 
 // ---------------------------------------------------------------------------
@@ -52,10 +61,23 @@ bool KyObject::SignalKey::operator<(const SignalKey& other) const {
             if (c != 0) return c < 0;
         }
     }
-    const std::size_t n = bytes.size() < other.bytes.size() ? bytes.size() : other.bytes.size();
-    const int c = n ? std::memcmp(bytes.data(), other.bytes.data(), n) : 0;
+    if (size == other.size) {
+        // The common case (every key of this ABI has 16 bytes). Bytes past
+        // size are zero in both, so comparing whole big-endian words gives
+        // memcmp's order.
+        for (std::size_t i = 0; i < kMaxBytes; i += sizeof(std::uint64_t)) {
+            std::uint64_t x = 0;
+            std::uint64_t y = 0;
+            std::memcpy(&x, bytes + i, sizeof x);
+            std::memcpy(&y, other.bytes + i, sizeof y);
+            if (x != y) return bigEndian(x) < bigEndian(y);
+        }
+        return false;
+    }
+    const std::size_t n = size < other.size ? size : other.size;
+    const int c = n ? std::memcmp(bytes, other.bytes, n) : 0;
     if (c != 0) return c < 0;
-    return bytes.size() < other.bytes.size();
+    return size < other.size;
 }
 
 bool KyObject::SignalKey::operator==(const SignalKey& other) const { return !(*this < other) && !(other < *this); }
@@ -115,19 +137,20 @@ KyObject::~KyObject() {
     signalsEnabled_ = true;
     destroyed();
     // 8. Own connections go; their receivers' back-references go down.
-    KyMap<SignalKey, ConnectionList> keyed;
-    KyMap<KyString, ConnectionList> named;
+    KyMap<SignalKey, SharedConnectionList> keyed;
+    KyMap<KyString, SharedConnectionList> named;
     {
         KyWriteLocker lock(connectionLock_);
         keyed.swap(connections_);
         named.swap(namedConnections_);
+        noteConnectionsChanged_();
     }
     KyMap<KyObject*, int> counts;
     for (const auto& [key, list] : keyed)
-        for (const auto& entry : list)
+        for (const auto& entry : *list)
             if (KyObject* r = entry.first->receiverRaw()) ++counts[r];
     for (const auto& [name, list] : named)
-        for (const auto& entry : list)
+        for (const auto& entry : *list)
             if (KyObject* r = entry.first->receiverRaw()) ++counts[r];
     unregisterReceiverBackrefs_(counts);
     // 9. The rest goes with the members.
@@ -451,27 +474,51 @@ bool KyObject::addConnection_(const SignalKey* key, const KyString* name, std::s
     KyObject* receiver = slot->receiverRaw();
     {
         KyWriteLocker lock(connectionLock_);
-        ConnectionList& list = key ? connections_[*key] : namedConnections_[*name];
-        list.emplace_back(std::move(slot), type);
+        // Emissions under way may hold the published list: change a copy. The
+        // tables are touched only once the copy is complete, so a throw leaves
+        // them as they were (and the slot is deleted with its pointer).
+        auto publish = [&](auto& table, const auto& k) {
+            auto it = table.find(k);
+            auto next = it != table.end() ? std::make_shared<ConnectionList>(*it->second)
+                                          : std::make_shared<ConnectionList>();
+            next->emplace_back(std::move(slot), type);
+            if (it != table.end())
+                it->second = std::move(next);
+            else
+                table.emplace(k, std::move(next));
+        };
+        if (key)
+            publish(connections_, *key);
+        else
+            publish(namedConnections_, *name);
+        noteConnectionsChanged_();
     }
     // The sender's lock is released before the receiver's mutex is taken.
     if (receiver) registerReceiverBackrefs_(KyMap<KyObject*, int>{{receiver, 1}});
     return true;
 }
 
-bool KyObject::snapshot_(const SignalKey* key, const KyString* name, ConnectionList& out) const {
-    if (!signalsEnabled_.load(std::memory_order_relaxed)) return false;
-    KyReadLocker lock(connectionLock_);
-    if (key) {
-        auto it = connections_.find(*key);
-        if (it == connections_.end()) return false;
-        out = it->second;
-    } else {
-        auto it = namedConnections_.find(*name);
-        if (it == namedConnections_.end()) return false;
-        out = it->second;
+KyObject::SharedConnectionList KyObject::snapshot_(const SignalKey* key, const KyString* name) const {
+    if (!signalsEnabled_.load(std::memory_order_relaxed)) return nullptr;
+    SharedConnectionList out;
+    {
+        // No code but the lookup runs under this hold, and nothing here takes
+        // the lock again, so the bare read side is enough.
+        KyUntrackedReadLocker lock(connectionLock_);
+        if (key) {
+            auto it = connections_.find(*key);
+            if (it != connections_.end()) out = it->second;
+        } else {
+            auto it = namedConnections_.find(*name);
+            if (it != namedConnections_.end()) out = it->second;
+        }
     }
-    return !out.empty();
+    if (out && out->empty()) return nullptr;
+    return out;
+}
+
+void KyObject::noteConnectionsChanged_() {
+    hasConnections_.store(!connections_.empty() || !namedConnections_.empty(), std::memory_order_release);
 }
 
 ky::atomic::Thread* KyObject::senderThread_() const {
@@ -499,7 +546,7 @@ KyObject::Delivery_ KyObject::route_(ky::atomic::Thread* senderThread, const ISl
     }
     Thread* receiverThread = nullptr;
     if (receiver) {
-        KyReadLocker lock(s_liveObjectsMutex_());
+        KyUntrackedReadLocker lock(s_liveObjectsMutex_());
         if (!isLiveLocked(receiver)) return d;
         receiverThread = receiver->thread();
     }
@@ -533,7 +580,8 @@ KyObject::Delivery_ KyObject::route_(ky::atomic::Thread* senderThread, const ISl
 
 bool KyObject::prepareDelivery_(KyObject* receiver, KyObject* sender) {
     if (!receiver) return true;
-    KyReadLocker lock(s_liveObjectsMutex_());
+    // A slot runs only after this hold is gone, so it cannot nest.
+    KyUntrackedReadLocker lock(s_liveObjectsMutex_());
     if (!isLiveLocked(receiver)) return false;
     receiver->currentSender_.store(isLiveLocked(sender) ? sender : nullptr, std::memory_order_release);
     return true;
@@ -560,6 +608,32 @@ int KyObject::removeReceiverConnectionsFromList_(ConnectionList& list, KyObject*
     return count;
 }
 
+template <typename K>
+int KyObject::removeReceiverFromTable_(KyMap<K, SharedConnectionList>& table, KyObject* receiver,
+                                       KyMap<KyObject*, int>& removed) {
+    int count = 0;
+    for (auto it = table.begin(); it != table.end();) {
+        const ConnectionList& current = *it->second;
+        const bool hit = std::any_of(current.begin(), current.end(), [receiver](const ConnectionEntry& e) {
+            return e.first && e.first->receiverRaw() == receiver;
+        });
+        if (!hit) {
+            ++it;
+            continue;
+        }
+        // Emissions under way may hold the published list: filter a copy.
+        auto next = std::make_shared<ConnectionList>(current);
+        count += removeReceiverConnectionsFromList_(*next, receiver, removed);
+        if (next->empty()) {
+            it = table.erase(it);
+        } else {
+            it->second = std::move(next);
+            ++it;
+        }
+    }
+    return count;
+}
+
 int KyObject::disconnect(KyObject* sender, KyObject* receiver) {
     return sender ? sender->disconnectReceiver(receiver) : 0;
 }
@@ -574,40 +648,36 @@ int KyObject::disconnectReceiver(KyObject* receiver) {
     int count = 0;
     {
         KyWriteLocker lock(connectionLock_);
-        for (auto it = connections_.begin(); it != connections_.end();) {
-            count += removeReceiverConnectionsFromList_(it->second, receiver, removed);
-            it = it->second.empty() ? connections_.erase(it) : std::next(it);
-        }
-        for (auto it = namedConnections_.begin(); it != namedConnections_.end();) {
-            count += removeReceiverConnectionsFromList_(it->second, receiver, removed);
-            it = it->second.empty() ? namedConnections_.erase(it) : std::next(it);
-        }
+        count += removeReceiverFromTable_(connections_, receiver, removed);
+        count += removeReceiverFromTable_(namedConnections_, receiver, removed);
+        noteConnectionsChanged_();
     }
     unregisterReceiverBackrefs_(removed);
     return count;
 }
 
 int KyObject::disconnectKey_(const SignalKey* key, const KyString* name) {
-    ConnectionList list;
+    SharedConnectionList list;
     {
         KyWriteLocker lock(connectionLock_);
         if (key) {
             auto it = connections_.find(*key);
             if (it == connections_.end()) return 0;
-            list.swap(it->second);
+            list = std::move(it->second);
             connections_.erase(it);
         } else {
             auto it = namedConnections_.find(*name);
             if (it == namedConnections_.end()) return 0;
-            list.swap(it->second);
+            list = std::move(it->second);
             namedConnections_.erase(it);
         }
+        noteConnectionsChanged_();
     }
     KyMap<KyObject*, int> removed;
-    for (const auto& entry : list)
+    for (const auto& entry : *list)
         if (KyObject* r = entry.first->receiverRaw()) ++removed[r];
     unregisterReceiverBackrefs_(removed);
-    return list.count();
+    return list->count();
 }
 
 void KyObject::registerReceiverBackrefs_(const KyMap<KyObject*, int>& counts) {
@@ -636,15 +706,15 @@ void KyObject::unregisterReceiverBackrefs_(const KyMap<KyObject*, int>& counts) 
 int KyObject::connectionCount() const {
     KyReadLocker lock(connectionLock_);
     int count = 0;
-    for (const auto& [key, list] : connections_) count += list.count();
-    for (const auto& [name, list] : namedConnections_) count += list.count();
+    for (const auto& [key, list] : connections_) count += list->count();
+    for (const auto& [name, list] : namedConnections_) count += list->count();
     return count;
 }
 
 int KyObject::connectionCount_(const SignalKey& key) const {
     KyReadLocker lock(connectionLock_);
     auto it = connections_.find(key);
-    return it == connections_.end() ? 0 : it->second.count();
+    return it == connections_.end() ? 0 : it->second->count();
 }
 
 int KyObject::backReferenceCount(const KyObject* sender) const {

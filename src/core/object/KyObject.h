@@ -14,9 +14,11 @@
 // object, so a stale pointer is an expected condition, not an error.
 //
 // Signals are plain member functions that emit (KY_SIGNAL); a connection holds
-// a slot and a ConnectionType. Emission copies the signal's list under the read
-// lock and calls the slots from that snapshot with no lock held, so a slot may
-// connect, disconnect or delete the sender. Lock order: the liveness lock, then
+// a slot and a ConnectionType. Each signal's list is immutable once published:
+// writers copy it, change the copy and swap it in under the write lock, so an
+// emission's snapshot is one shared pointer taken under the read lock. Slots
+// run from that snapshot with no lock held, so a slot may connect, disconnect
+// or delete the sender. Lock order: the liveness lock, then
 // a sender's connection lock or a receiver's back-reference mutex; a sender's
 // connection lock is released before a receiver's back-reference mutex is taken.
 #pragma once
@@ -103,15 +105,20 @@ public:
     enum ConnectionType : int { ConnectionAuto = 0, ConnectionDirect = 1, ConnectionQueued = 2, ConnectionBlocking = 3 };
 
     /// Names a signal declared as a member function: the pointer-to-member's
-    /// type and the bytes of the pointer.
+    /// type and the bytes of the pointer (held inline: a member function
+    /// pointer takes at most kMaxBytes, and an emission builds a key each time).
     struct SignalKey {
+        static constexpr std::size_t kMaxBytes = 16;
         const std::type_info* type = nullptr;
-        std::string bytes;
+        unsigned char bytes[kMaxBytes] = {}; ///< Zero past size.
+        std::size_t size = 0;
         bool operator<(const SignalKey& other) const;
         bool operator==(const SignalKey& other) const;
     };
     using ConnectionEntry = std::pair<std::shared_ptr<ISlotBase>, ConnectionType>;
     using ConnectionList = KyVector<ConnectionEntry>;
+    /// A published list; never changed after it is shared.
+    using SharedConnectionList = std::shared_ptr<const ConnectionList>;
 
 private:
     // Declared before the properties below: they register themselves here
@@ -267,7 +274,8 @@ private:
 
     bool addConnection_(const SignalKey* key, const KyString* name, std::shared_ptr<ISlotBase> slot,
                         ConnectionType type);
-    bool snapshot_(const SignalKey* key, const KyString* name, ConnectionList& out) const;
+    SharedConnectionList snapshot_(const SignalKey* key, const KyString* name) const;
+    void noteConnectionsChanged_();
     ky::atomic::Thread* senderThread_() const;
     static bool needsSenderThread_(const ConnectionList& snapshot);
     static Delivery_ route_(ky::atomic::Thread* senderThread, const ISlotBase* slot, ConnectionType type);
@@ -276,6 +284,9 @@ private:
     int disconnectKey_(const SignalKey* key, const KyString* name);
     int connectionCount_(const SignalKey& key) const;
     static int removeReceiverConnectionsFromList_(ConnectionList& list, KyObject* receiver, KyMap<KyObject*, int>& removed);
+    template <typename K>
+    static int removeReceiverFromTable_(KyMap<K, SharedConnectionList>& table, KyObject* receiver,
+                                        KyMap<KyObject*, int>& removed);
     void unregisterReceiverBackrefs_(const KyMap<KyObject*, int>& counts);
     void registerReceiverBackrefs_(const KyMap<KyObject*, int>& counts);
     void deliverChildEvent_(KyChildEvent* event);
@@ -290,8 +301,11 @@ private:
     KyString debugLabel_;
 
     mutable KyReadWriteLock connectionLock_;
-    KyMap<SignalKey, ConnectionList> connections_;
-    KyMap<KyString, ConnectionList> namedConnections_;
+    KyMap<SignalKey, SharedConnectionList> connections_;
+    KyMap<KyString, SharedConnectionList> namedConnections_;
+    // Whether either table has an entry; written under the write lock, read
+    // without it so that a signal nobody listens to costs no lock.
+    std::atomic<bool> hasConnections_{false};
 
     mutable std::mutex backRefMutex_;
     KyMap<KyObject*, int> backRefs_;
@@ -310,9 +324,11 @@ inline const void* kyLivenessKey(const KyObject* object) noexcept { return objec
 // ---- Template bodies: thin; the work is in KyObject.cpp. ----
 
 template <typename C, typename... A> KyObject::SignalKey KyObject::createSignalKey(void (C::*signal)(A...)) {
+    static_assert(sizeof(signal) <= SignalKey::kMaxBytes, "member function pointer larger than a signal key");
     SignalKey key;
     key.type = &typeid(signal);
-    key.bytes.assign(reinterpret_cast<const char*>(&signal), sizeof(signal));
+    std::memcpy(key.bytes, &signal, sizeof(signal));
+    key.size = sizeof(signal);
     return key;
 }
 
@@ -332,15 +348,17 @@ template <typename C, typename... A, typename... P> void KyObject::emitSignal(vo
 }
 
 template <typename... A> void KyObject::emitSignal(const SignalKey& key, std::type_identity_t<A>... args) {
-    ConnectionList snapshot;
-    if (!snapshot_(&key, nullptr, snapshot)) return;
-    dispatchSlots_<false, A...>(snapshot, std::forward<A>(args)...);
+    if (!hasConnections_.load(std::memory_order_acquire)) return;
+    const SharedConnectionList snapshot = snapshot_(&key, nullptr);
+    if (!snapshot) return;
+    dispatchSlots_<false, A...>(*snapshot, std::forward<A>(args)...);
 }
 
 template <typename... A> void KyObject::emitSignal(const KyString& name, A... args) {
-    ConnectionList snapshot;
-    if (!snapshot_(nullptr, &name, snapshot)) return;
-    dispatchSlots_<true, A...>(snapshot, std::move(args)...);
+    if (!hasConnections_.load(std::memory_order_acquire)) return;
+    const SharedConnectionList snapshot = snapshot_(nullptr, &name);
+    if (!snapshot) return;
+    dispatchSlots_<true, A...>(*snapshot, std::move(args)...);
 }
 
 template <bool Checked, typename... A> void KyObject::dispatchSlots_(const ConnectionList& snapshot, A... args) {
@@ -360,7 +378,10 @@ template <bool Checked, typename... A> void KyObject::dispatchSlots_(const Conne
             // The key names the signal's exact parameter list, so every slot under it has this type.
             typed = static_cast<ITypedSlot<A...>*>(entry.first.get());
         }
-        const Delivery_ d = route_(senderThread, entry.first.get(), entry.second);
+        // A direct call needs no thread: its receiver's liveness is tested as it is called.
+        const Delivery_ d = entry.second == ConnectionDirect
+                                ? Delivery_{Route_::Now, entry.first->receiverRaw(), nullptr}
+                                : route_(senderThread, entry.first.get(), entry.second);
         if (d.route == Route_::Skip) continue;
         if (d.route == Route_::Now) {
             if (prepareDelivery_(d.receiver, sender)) typed->invokeRaw(static_cast<A>(args)...);

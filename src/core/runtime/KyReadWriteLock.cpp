@@ -19,10 +19,15 @@ std::vector<Hold>& holds() {
     return table;
 }
 
-KyReadWriteLock::ThreadLockState* find(const KyReadWriteLock* lock) {
+Hold* findHold(const KyReadWriteLock* lock) {
     for (Hold& h : holds())
-        if (h.first == lock) return &h.second;
+        if (h.first == lock) return &h;
     return nullptr;
+}
+
+KyReadWriteLock::ThreadLockState* find(const KyReadWriteLock* lock) {
+    Hold* h = findHold(lock);
+    return h ? &h->second : nullptr;
 }
 
 KyReadWriteLock::ThreadLockState& findOrAdd(const KyReadWriteLock* lock) {
@@ -65,7 +70,20 @@ void KyReadWriteLock::lockForRead() {
     }
     const int rc = pthread_rwlock_rdlock(&lock_);
     if (rc != 0) fail(rc, "KyReadWriteLock: lockForRead");
-    ++findOrAdd(this).reads;
+    if (held)
+        ++held->reads;
+    else
+        holds().emplace_back(this, ThreadLockState{1, 0});
+}
+
+void KyReadWriteLock::lockForReadUntracked() {
+    const int rc = pthread_rwlock_rdlock(&lock_);
+    if (rc != 0) fail(rc, "KyReadWriteLock: lockForReadUntracked");
+}
+
+void KyReadWriteLock::unlockUntracked() {
+    const int rc = pthread_rwlock_unlock(&lock_);
+    if (rc != 0) fail(rc, "KyReadWriteLock: unlockUntracked");
 }
 
 bool KyReadWriteLock::tryLockForRead() {
@@ -108,7 +126,8 @@ bool KyReadWriteLock::tryLockForWrite() {
 }
 
 void KyReadWriteLock::unlock() {
-    ThreadLockState* held = find(this);
+    Hold* hold = findHold(this);
+    ThreadLockState* held = hold ? &hold->second : nullptr;
     if (!held || (held->reads == 0 && held->writes == 0)) fail(EPERM, "KyReadWriteLock: unlock without a hold");
     // Reads taken under a write are the innermost holds.
     if (held->reads > 0)
@@ -116,7 +135,10 @@ void KyReadWriteLock::unlock() {
     else
         --held->writes;
     if (held->reads > 0 || held->writes > 0) return;
-    dropIfFree(this);
+    // The entry is free now: drop it in place rather than searching again.
+    auto& table = holds();
+    *hold = table.back();
+    table.pop_back();
     const int rc = pthread_rwlock_unlock(&lock_);
     if (rc != 0) fail(rc, "KyReadWriteLock: unlock");
 }

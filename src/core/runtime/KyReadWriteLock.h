@@ -16,6 +16,12 @@
 //     thread's depth reaches zero. unlock() with nothing held throws
 //     std::system_error (EPERM).
 // Any thread may use the lock. A failed pthread call throws std::system_error.
+//
+// lockForReadUntracked()/unlockUntracked() are the bare read side, without the
+// thread's table: for short internal sections that run no foreign code and
+// never take another hold of the same lock (a thread that holds the write
+// lock and asks for an untracked read waits for itself). They do not show in
+// heldByCurrentThread().
 #pragma once
 
 #include <pthread.h>
@@ -40,6 +46,11 @@ public:
     bool tryLockForWrite();
     void unlock();
 
+    /// Bare read hold: no recursion rules, no bookkeeping. See the file comment.
+    void lockForReadUntracked();
+    /// Releases a hold taken by lockForReadUntracked().
+    void unlockUntracked();
+
     /// The calling thread's hold on this lock.
     ThreadLockState heldByCurrentThread() const;
 
@@ -58,6 +69,18 @@ public:
 
 private:
     KyReadWriteLock* lock_;
+};
+
+/// Holds the untracked read side of a KyReadWriteLock for its lifetime.
+class KyUntrackedReadLocker {
+public:
+    explicit KyUntrackedReadLocker(KyReadWriteLock& lock) : lock_(lock) { lock_.lockForReadUntracked(); }
+    ~KyUntrackedReadLocker() { lock_.unlockUntracked(); }
+    KyUntrackedReadLocker(const KyUntrackedReadLocker&) = delete;
+    KyUntrackedReadLocker& operator=(const KyUntrackedReadLocker&) = delete;
+
+private:
+    KyReadWriteLock& lock_;
 };
 
 /// Holds the write side of a KyReadWriteLock for its lifetime.

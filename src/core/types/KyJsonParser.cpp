@@ -20,14 +20,6 @@
 
 namespace {
 
-// Bytes that a string may hold as they are: printable ASCII except '"' and '\\'.
-struct PlainTable {
-    bool plain[256];
-    constexpr PlainTable() : plain() {
-        for (int c = 0x20; c < 0x80; ++c) plain[c] = c != '"' && c != '\\';
-    }
-};
-constexpr PlainTable kPlain;
 
 int hexValue(char c) {
     if (c >= '0' && c <= '9') return c - '0';
@@ -36,23 +28,6 @@ int hexValue(char c) {
     return -1;
 }
 
-void appendUtf8(std::string& out, std::uint32_t cp) {
-    if (cp < 0x80) {
-        out.push_back(static_cast<char>(cp));
-    } else if (cp < 0x800) {
-        out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else if (cp < 0x10000) {
-        out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else {
-        out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    }
-}
 
 // Length of the well-formed UTF-8 sequence at p (lead byte >= 0x80), or 0.
 // Refuses overlong forms, encoded surrogates and code points above U+10FFFF.
@@ -272,7 +247,7 @@ private:
             p_ += 6;
             cp = 0x10000 + ((cp - 0xD800) << 10) + (low - 0xDC00);
         }
-        appendUtf8(out, cp);
+        KyString::appendCodePoint(out, cp);
         return true;
     }
 
@@ -281,7 +256,7 @@ private:
         ++p_;
         const char* run = p_;
         for (;;) {
-            while (p_ != end_ && kPlain.plain[static_cast<unsigned char>(*p_)]) ++p_;
+            while (p_ != end_ && ky::detail::kJsonPlainBytes.plain[static_cast<unsigned char>(*p_)]) ++p_;
             if (p_ == end_) return fail_("unterminated string", open);
             const unsigned char c = static_cast<unsigned char>(*p_);
             if (c == '"') {

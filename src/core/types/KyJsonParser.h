@@ -14,6 +14,18 @@
 #include "core/types/KyJsonValue.h"
 
 /// Strict JSON text reader with located errors.
+namespace ky::detail {
+// Bytes a JSON string holds as they are, for both reading and writing:
+// printable ASCII other than '"' and '\\'.
+struct JsonPlainTable {
+    bool plain[256];
+    constexpr JsonPlainTable() : plain() {
+        for (int c = 0x20; c < 0x80; ++c) plain[c] = c != '"' && c != '\\';
+    }
+};
+inline constexpr JsonPlainTable kJsonPlainBytes;
+} // namespace ky::detail
+
 class KyJsonParser {
 public:
     /// Where and why a parse failed.

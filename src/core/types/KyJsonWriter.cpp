@@ -5,16 +5,10 @@
 #include <cmath>
 #include <cstdint>
 
+#include "core/types/KyJsonParser.h"
+
 namespace {
 
-// Bytes copied as they are: printable ASCII other than '"' and '\\'.
-struct PlainTable {
-    bool plain[256];
-    constexpr PlainTable() : plain() {
-        for (int c = 0x20; c < 0x80; ++c) plain[c] = c != '"' && c != '\\';
-    }
-};
-constexpr PlainTable kPlain;
 
 constexpr char kHex[] = "0123456789abcdef";
 
@@ -111,7 +105,7 @@ void KyJsonWriter::writeString(std::string_view text, std::string& out) {
     const unsigned char* end = p + text.size();
     const unsigned char* run = p;
     while (p != end) {
-        if (kPlain.plain[*p]) {
+        if (ky::detail::kJsonPlainBytes.plain[*p]) {
             ++p;
             continue;
         }

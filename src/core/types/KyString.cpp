@@ -532,4 +532,6 @@ KyString KyString::truncatedUtf8(std::size_t maxBytes) const {
     return KyString(d_.substr(0, alignToCodePoint(maxBytes)));
 }
 
+void KyString::appendCodePoint(std::string& out, char32_t cp) { encodeTo(out, cp); }
+
 std::ostream& operator<<(std::ostream& os, const KyString& s) { return os << s.toStdString(); }

@@ -149,6 +149,8 @@ public:
     std::u32string toUtf32() const;
     static KyString fromUtf32(const std::u32string& text);
     static KyString fromCodePoint(char32_t cp);
+    /// Appends cp as UTF-8; surrogates and values past U+10FFFF become U+FFFD.
+    static void appendCodePoint(std::string& out, char32_t cp);
     bool isValidUtf8() const;
     static bool isValidUtf8(std::string_view bytes);
     std::size_t codePointCount() const;

@@ -3,8 +3,11 @@
 // and signals named by text.
 #include <gtest/gtest.h>
 
+#include "../../support/KyTestLoop.h"
+
 #include <pthread.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -12,6 +15,7 @@
 #include <memory>
 #include <future>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -24,18 +28,7 @@ namespace {
 using ky::atomic::Thread;
 
 // Waits for a condition with a generous deadline; drives loop when given.
-template <typename Pred> bool eventually(Pred pred, KyCoreApplication* loop = nullptr) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!pred()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        if (loop) {
-            if (loop->processEvent(false) != 0) loop->waitForWork_(2000);
-        } else {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-    }
-    return true;
-}
+using kytest::eventually;
 
 // Back-references held for an address whose object may be gone already.
 // Only the address is used: the table is keyed by it.
@@ -258,6 +251,136 @@ TEST(KySignalSnapshot, SlotMayDeleteTheSenderAndLaterSlotsSeeNoSender) {
     EXPECT_EQ(r.calls.load(), 1);
     EXPECT_EQ(r.lastSender.load(), nullptr);
     EXPECT_EQ(backReferencesFrom(r, address), 0);
+}
+
+TEST(KySignalSnapshot, DirectReceiverDeletedByAnEarlierSlotIsSkipped) {
+    Emitter e;
+    auto* doomed = new Receiver;
+    Receiver survivor;
+    KyObject::connect(&e, &Emitter::pinged, &survivor, [&] { delete doomed; }, KyObject::ConnectionDirect);
+    KyObject::connect(&e, &Emitter::pinged, doomed, &Receiver::onPing, KyObject::ConnectionDirect);
+    KyObject::connect(&e, &Emitter::pinged, &survivor, &Receiver::onPing, KyObject::ConnectionDirect);
+    e.pinged(); // ASan reports a call into the deleted receiver.
+    EXPECT_EQ(survivor.calls.load(), 1);
+    EXPECT_EQ(e.connectionCount(&Emitter::pinged), 2);
+}
+
+TEST(KySignalSnapshot, ReplacingEveryConnectionDuringEmissionFinishesTheOldListFirst) {
+    Emitter e;
+    std::vector<KyString> order;
+    KyObject::connect(&e, &Emitter::valueChanged, [&](int v) {
+        order.push_back("first " + KyString::number(v));
+        KyObject::disconnect(&e, &Emitter::valueChanged);
+        KyObject::connect(&e, &Emitter::valueChanged, [&](int w) { order.push_back("new " + KyString::number(w)); });
+    });
+    KyObject::connect(&e, &Emitter::valueChanged, [&](int v) { order.push_back("second " + KyString::number(v)); });
+    e.valueChanged(1);
+    e.valueChanged(2);
+    EXPECT_EQ(order, (std::vector<KyString>{"first 1", "second 1", "new 2"}));
+    EXPECT_EQ(e.connectionCount(), 1);
+}
+
+TEST(KySignalSnapshot, NestedEmissionsOfTheSameSignalEachUseTheirOwnSnapshot) {
+    Emitter e;
+    std::vector<int> seen;
+    int added = 0;
+    KyObject::connect(&e, &Emitter::valueChanged, [&](int depth) {
+        seen.push_back(depth);
+        if (depth < 3) {
+            KyObject::connect(&e, &Emitter::valueChanged, [&](int) { ++added; });
+            e.valueChanged(depth + 1);
+        }
+    });
+    e.valueChanged(0);
+    // Emission d sees the slots connected by emissions before it: d of them.
+    EXPECT_EQ(seen, (std::vector<int>{0, 1, 2, 3}));
+    EXPECT_EQ(added, 0 + 1 + 2 + 3);
+}
+
+TEST(KySignalSnapshot, ASignalWhoseLastConnectionWentSilentlyComesBackWithANewOne) {
+    Emitter e;
+    Receiver kept;
+    {
+        Receiver gone;
+        KyObject::connect(&e, &Emitter::pinged, &gone, &Receiver::onPing);
+        KyObject::connect(&e, &Emitter::textChanged, &gone, &Receiver::onText);
+    }
+    EXPECT_EQ(e.connectionCount(), 0);
+    e.pinged();
+    KyObject::connect(&e, &Emitter::pinged, &kept, &Receiver::onPing);
+    e.pinged();
+    EXPECT_EQ(kept.calls.load(), 1);
+    EXPECT_EQ(KyObject::disconnect(&e, &Emitter::pinged), 1);
+    e.pinged();
+    EXPECT_EQ(kept.calls.load(), 1);
+    int named = 0;
+    KyObject::connect(&e, KyString("custom"), [&](int v) { named += v; });
+    e.pinged();
+    e.emitSignal(KyString("custom"), 4);
+    EXPECT_EQ(kept.calls.load(), 1);
+    EXPECT_EQ(named, 4);
+}
+
+// The bare read side that emission takes for its lookup still excludes writers.
+TEST(KySignalLock, UntrackedReadHoldExcludesWritersButNotReadersAndLeavesNoBookkeeping) {
+    KyReadWriteLock lock;
+    lock.lockForReadUntracked();
+    EXPECT_EQ(lock.heldByCurrentThread().reads, 0);
+    std::async(std::launch::async, [&] {
+        EXPECT_FALSE(lock.tryLockForWrite());
+        EXPECT_TRUE(lock.tryLockForRead());
+        lock.unlock();
+    }).get();
+    lock.unlockUntracked();
+    std::async(std::launch::async, [&] {
+        EXPECT_TRUE(lock.tryLockForWrite());
+        lock.unlock();
+    }).get();
+    // Tracked holds around an untracked one keep their own count.
+    lock.lockForRead();
+    lock.lockForReadUntracked();
+    lock.unlockUntracked();
+    EXPECT_EQ(lock.heldByCurrentThread().reads, 1);
+    lock.unlock();
+    EXPECT_EQ(lock.heldByCurrentThread().reads, 0);
+    EXPECT_THROW(lock.unlock(), std::system_error);
+}
+
+TEST(KySignalKey, OrdersByTypeThenBytesThenShorterFirst) {
+    using Key = KyObject::SignalKey;
+    auto make = [](const std::type_info& type, std::vector<unsigned char> bytes) {
+        Key k;
+        k.type = &type;
+        std::copy(bytes.begin(), bytes.end(), k.bytes);
+        k.size = bytes.size();
+        return k;
+    };
+    struct Row {
+        Key a, b;
+        bool aFirst, bFirst;
+    };
+    const std::type_info& t = typeid(&Emitter::pinged);
+    const Row rows[] = {
+        {make(t, {1, 2}), make(t, {1, 2}), false, false},
+        {make(t, {1, 2}), make(t, {1, 2, 0}), true, false},
+        {make(t, {1, 3}), make(t, {1, 2, 9}), false, true},
+        {make(t, {}), make(t, {0}), true, false},
+        {make(t, {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}), make(t, {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2}),
+         true, false},
+    };
+    for (const Row& r : rows) {
+        EXPECT_EQ(r.a < r.b, r.aFirst);
+        EXPECT_EQ(r.b < r.a, r.bFirst);
+        EXPECT_EQ(r.a == r.b, !r.aFirst && !r.bFirst);
+    }
+    // Different types order one way, whatever the bytes.
+    const Key x = make(typeid(&Emitter::valueChanged), {9});
+    const Key y = make(t, {1});
+    EXPECT_NE(x < y, y < x);
+    EXPECT_EQ(x < y, make(typeid(&Emitter::valueChanged), {0}) < make(t, {9}));
+    // Keys of real signals: equal for one signal, distinct for two signals.
+    EXPECT_TRUE(KyObject::createSignalKey(&Emitter::pinged) == KyObject::createSignalKey(&Emitter::pinged));
+    EXPECT_FALSE(KyObject::createSignalKey(&Emitter::pinged) == KyObject::createSignalKey(&KyObject::destroyed));
 }
 
 // ---------------------------------------------------------------------------

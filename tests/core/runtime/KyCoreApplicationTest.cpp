@@ -21,7 +21,7 @@
 #include "core/object/KyObject.h"
 #include "core/runtime/KyCoreApplication.h"
 #include "core/runtime/KyThread.h"
-#include "helpers/RuntimeTestSupport.h"
+#include "../../support/KyTestLoop.h"
 
 namespace {
 

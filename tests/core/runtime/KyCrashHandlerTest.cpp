@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include "../../support/KyTestProcess.h"
+
 #include <fcntl.h>
 #include <signal.h>
 #include <stdlib.h>
@@ -41,44 +43,13 @@ std::string helperPath(const char* name) {
 
 // Runs the helper with the environment changed as given; waits with a deadline.
 ChildResult runHelper(const std::vector<std::string>& args, const std::vector<std::string>& envOverrides) {
-    std::vector<std::string> env;
-    for (char** e = environ; *e; ++e) {
-        const std::string entry(*e);
-        bool replaced = false;
-        for (const auto& o : envOverrides)
-            if (entry.compare(0, o.find('=') + 1, o, 0, o.find('=') + 1) == 0) replaced = true;
-        if (!replaced) env.push_back(entry);
-    }
-    for (const auto& o : envOverrides) env.push_back(o);
-    std::vector<char*> argv, envp;
-    for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    for (const auto& e : env) envp.push_back(const_cast<char*>(e.c_str()));
-    envp.push_back(nullptr);
-
     ChildResult result;
-    const pid_t pid = fork();
-    if (pid < 0) return result;
-    if (pid == 0) {
-        execve(argv[0], argv.data(), envp.data());
-        _exit(127);
-    }
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    int status = 0;
-    for (;;) {
-        const pid_t r = waitpid(pid, &status, WNOHANG);
-        if (r == pid) break;
-        if (std::chrono::steady_clock::now() > deadline) {
-            kill(pid, SIGKILL);
-            waitpid(pid, &status, 0);
-            return result;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    result.finished = true;
-    result.signalled = WIFSIGNALED(status);
-    result.signal = result.signalled ? WTERMSIG(status) : 0;
-    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    kytest::Child child;
+    if (!child.start(args[0], {args.begin() + 1, args.end()}, envOverrides)) return result;
+    result.exitCode = child.finish(std::chrono::seconds(60));
+    result.finished = child.exited();
+    result.signal = child.termSignal();
+    result.signalled = result.signal != 0;
     return result;
 }
 

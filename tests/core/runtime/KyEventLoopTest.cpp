@@ -12,7 +12,7 @@
 
 #include "core/runtime/KyCoreApplication.h"
 #include "core/runtime/KyEventLoop.h"
-#include "helpers/RuntimeTestSupport.h"
+#include "../../support/KyTestLoop.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include "core/runtime/KyCoreApplication.h"
 #include "core/runtime/KyFiberPool.h"
 #include "core/runtime/linux_fiber.h"
-#include "helpers/RuntimeTestSupport.h"
+#include "../../support/KyTestLoop.h"
 
 namespace {
 

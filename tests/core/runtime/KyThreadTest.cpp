@@ -2,6 +2,8 @@
 // rules for dead or missing threads, blocking calls, quitting and naming.
 #include <gtest/gtest.h>
 
+#include "../../support/KyTestLoop.h"
+
 #include <pthread.h>
 
 #include <atomic>
@@ -20,18 +22,7 @@ namespace {
 
 using ky::atomic::Thread;
 
-template <typename Pred> bool eventually(Pred pred, KyCoreApplication* loop = nullptr) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!pred()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        if (loop) {
-            if (loop->processEvent(false) != 0) loop->waitForWork_(2000);
-        } else {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-    }
-    return true;
-}
+using kytest::eventually;
 
 } // namespace
 

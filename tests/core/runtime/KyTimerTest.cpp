@@ -10,7 +10,7 @@
 #include "core/runtime/KyCoreApplication.h"
 #include "core/runtime/KyThread.h"
 #include "core/runtime/KyTimer.h"
-#include "helpers/RuntimeTestSupport.h"
+#include "../../support/KyTestLoop.h"
 
 namespace {
 

@@ -1,5 +1,6 @@
-// Shared by the runtime tests: a log file that counts lines, and waiting for
-// a condition under a generous deadline (never a bare sleep).
+// Shared by the tests that run loops and threads: a log file that counts
+// lines, and waiting for a condition under a generous deadline (never a bare
+// sleep). Everything here runs on the test's own thread.
 #pragma once
 
 #include <stdlib.h>
@@ -69,6 +70,12 @@ inline bool pumpUntil(KyCoreApplication* app, const std::function<bool()>& pred,
         if (r != 0 && !pred()) app->waitForWork_(r < 0 ? 10000 : std::min(r, 10000));
     }
     return true;
+}
+
+/// Waits for pred: by running steps of loop when one is given (the caller's own
+/// loop must turn for the condition to come true), else by polling.
+inline bool eventually(const std::function<bool()>& pred, KyCoreApplication* loop = nullptr) {
+    return loop ? pumpUntil(loop, pred) : waitUntil(pred);
 }
 
 /// Runs loop steps until the loop has nothing left to do right now.
