@@ -71,26 +71,29 @@ bool on(const char* category, KyLogLevel level) { return KyDebug::isEnabled(cate
 
 } // namespace
 
-TEST_F(KyDebugRules, WarningsAndErrorsShowByDefaultAndDebugDoesNot) {
-    EXPECT_FALSE(on("ky.core.anything", KyLogLevel::Debug));
-    EXPECT_TRUE(on("ky.core.anything", KyLogLevel::Warning));
-    EXPECT_TRUE(on("ky.core.anything", KyLogLevel::Error));
-}
-
 TEST_F(KyDebugRules, WildcardsLevelSuffixesAndTheLastMatchingRuleDecide) {
-    KyDebug::setRules("ky.ipc.*=false; ky.core.*.debug=true\nky.core.noisy.warning=false");
-    EXPECT_FALSE(on("ky.ipc.shm", KyLogLevel::Error));
-    EXPECT_FALSE(on("ky.ipc.rpc.client", KyLogLevel::Warning));
-    EXPECT_TRUE(on("ky.ipcserver", KyLogLevel::Warning)) << "'ky.ipc.*' needs the dot";
-    EXPECT_TRUE(on("ky.core.timer", KyLogLevel::Debug));
-    EXPECT_TRUE(on("ky.core.timer", KyLogLevel::Warning));
-    EXPECT_FALSE(on("ky.core.noisy", KyLogLevel::Warning));
-    EXPECT_TRUE(on("ky.core.noisy", KyLogLevel::Error)) << "a level suffix leaves other levels alone";
-
-    KyDebug::setRules("ky.*=false;ky.ipc.*=true;*.debug=1");
-    EXPECT_FALSE(on("ky.core.timer", KyLogLevel::Error));
-    EXPECT_TRUE(on("ky.ipc.shm", KyLogLevel::Error));
-    EXPECT_TRUE(on("velmo.console", KyLogLevel::Debug));
+    struct Row { const char* rules; const char* category; KyLogLevel level; bool shown; };
+    const char* const mixed = "ky.ipc.*=false; ky.core.*.debug=true\nky.core.noisy.warning=false";
+    const char* const malformed = "garbage; =true; ky.test.bad=maybe; # comment=false\n\n ky.test.good = FALSE ";
+    const Row rows[] = {
+        {"", "ky.core.anything", KyLogLevel::Debug, false}, {"", "ky.core.anything", KyLogLevel::Warning, true},
+        {"", "ky.core.anything", KyLogLevel::Error, true}, {mixed, "ky.ipc.shm", KyLogLevel::Error, false},
+        {mixed, "ky.ipc.rpc.client", KyLogLevel::Warning, false},
+        {mixed, "ky.ipcserver", KyLogLevel::Warning, true}, // 'ky.ipc.*' needs the dot
+        {mixed, "ky.core.timer", KyLogLevel::Debug, true}, {mixed, "ky.core.timer", KyLogLevel::Warning, true},
+        {mixed, "ky.core.noisy", KyLogLevel::Warning, false},
+        {mixed, "ky.core.noisy", KyLogLevel::Error, true}, // a level suffix leaves other levels alone
+        {"ky.*=false;ky.ipc.*=true;*.debug=1", "ky.core.timer", KyLogLevel::Error, false},
+        {"ky.*=false;ky.ipc.*=true;*.debug=1", "ky.ipc.shm", KyLogLevel::Error, true},
+        {"ky.*=false;ky.ipc.*=true;*.debug=1", "velmo.console", KyLogLevel::Debug, true},
+        // Malformed rules are skipped and the rest applies.
+        {malformed, "ky.test.bad", KyLogLevel::Warning, true}, {malformed, "garbage", KyLogLevel::Warning, true},
+        {malformed, "ky.test.good", KyLogLevel::Warning, false},
+    };
+    for (const Row& r : rows) {
+        KyDebug::setRules(r.rules);
+        EXPECT_EQ(on(r.category, r.level), r.shown) << r.rules << " / " << r.category << " / " << int(r.level);
+    }
 }
 
 TEST_F(KyDebugRules, NewRulesReachAnswersCachedInEveryThread) {
@@ -113,21 +116,10 @@ TEST_F(KyDebugRules, CategoryDebugDefaultsYieldToRules) {
     KyDebug::setCategoryDebugDefault("ky.test.chatty*", false);
 }
 
-TEST_F(KyDebugRules, MalformedRulesAreSkippedAndTheRestApplies) {
-    KyDebug::setRules("garbage; =true; ky.test.bad=maybe; # comment=false\n\n ky.test.good = FALSE ");
-    EXPECT_TRUE(on("ky.test.bad", KyLogLevel::Warning));
-    EXPECT_TRUE(on("garbage", KyLogLevel::Warning));
-    EXPECT_FALSE(on("ky.test.good", KyLogLevel::Warning));
-}
-
 TEST(KyDebugEnvironment, RulesFromBothVariablesWithLoggingRulesWinning) {
-    struct Row {
-        const char* name;
-        const char* debugRules;   // KY_DEBUG_RULES, or null for unset
-        const char* loggingRules; // KY_LOGGING_RULES, or null for unset
-        const char* programRules; // setRules in the child, or null
-        std::set<std::string> shownForTestCategories; // lines of ky.test.* and ky.ipc.* expected
-    };
+    // The two variables and the program's own setRules (null: unset), and the lines of
+    // ky.test.* and ky.ipc.* the child is expected to print.
+    struct Row { const char *name, *debugRules, *loggingRules, *programRules; std::set<std::string> shown; };
     const Row rows[] = {
         {"defaults", nullptr, nullptr, nullptr,
          {"WARNING ky.ipc.shm", "ERROR ky.ipc.shm", "WARNING ky.ipc.rpc.client", "ERROR ky.ipc.rpc.client",
@@ -171,7 +163,7 @@ TEST(KyDebugEnvironment, RulesFromBothVariablesWithLoggingRulesWinning) {
             if (l.category.rfind("ky.test.", 0) == 0 || l.category.rfind("ky.ipc.", 0) == 0)
                 shown.insert(l.level + " " + l.category);
         }
-        EXPECT_EQ(shown, r.shownForTestCategories) << r.name;
+        EXPECT_EQ(shown, r.shown) << r.name;
     }
 }
 

@@ -198,10 +198,7 @@ TEST(KyDir, EntriesAreSortedAndRemovalIsEmptyOnlyOrRecursive) {
 TEST(KyDir, PathPiecesSplitAtTheLastSlash) {
     struct Row { const char* path; const char* parent; const char* name; };
     const Row rows[] = {
-        {"/a/b/c.conf", "/a/b", "c.conf"},
-        {"c.conf", ".", "c.conf"},
-        {"/top", "/", "top"},
-        {"rel/x", "rel", "x"},
+        {"/a/b/c.conf", "/a/b", "c.conf"}, {"c.conf", ".", "c.conf"}, {"/top", "/", "top"}, {"rel/x", "rel", "x"},
         {"/a/b/", "/a", ""},
     };
     for (const Row& r : rows) {

@@ -88,17 +88,14 @@ TEST(KySaveFile, FailuresAreReportedAndTouchNothing) {
 
 TEST(KySaveFile, PermissionsOfTheReplacedFileAreKept) {
     TempDir dir;
-    const KyString secret = dir.file("secret");
-    ASSERT_TRUE(KyFile::writeAll(secret, "a"));
-    ASSERT_EQ(::chmod(secret.c_str(), 0600), 0);
-    ASSERT_TRUE(KySaveFile::writeAtomically(secret, "b"));
-    EXPECT_EQ(KyFileInfo(secret).permissions(), 0600u);
-
-    const KyString shared = dir.file("shared");
-    ASSERT_TRUE(KyFile::writeAll(shared, "a"));
-    ASSERT_EQ(::chmod(shared.c_str(), 0664), 0);
-    ASSERT_TRUE(KySaveFile::writeAtomically(shared, "b"));
-    EXPECT_EQ(KyFileInfo(shared).permissions(), 0664u) << "the umask must not narrow a replaced file";
+    // 0664: the umask must not narrow a replaced file.
+    for (const mode_t mode : {0600, 0664}) {
+        const KyString path = dir.file("file-" + KyString::number(static_cast<int>(mode)));
+        ASSERT_TRUE(KyFile::writeAll(path, "a"));
+        ASSERT_EQ(::chmod(path.c_str(), mode), 0);
+        ASSERT_TRUE(KySaveFile::writeAtomically(path, "b"));
+        EXPECT_EQ(KyFileInfo(path).permissions(), static_cast<unsigned>(mode)) << std::oct << mode;
+    }
 
     const mode_t old = ::umask(022);
     ASSERT_TRUE(KySaveFile::writeAtomically(dir.file("fresh"), "c", nullptr, 0640));

@@ -34,22 +34,18 @@ Entries entriesOf(KySettings& s) {
 TEST(KySettingsFormat, ParsesSectionsKeysCommentsAndEscapes) {
     struct Row { const char* name; const char* text; Entries want; };
     const Row rows[] = {
-        {"empty", "", {}},
-        {"root key", "a=1\n", {{"a", "1"}}},
+        {"empty", "", {}}, {"root key", "a=1\n", {{"a", "1"}}},
         {"sections", "top=x\n[login]\nlastEmail=a@b\n[login/adv]\nn=3\n",
          {{"top", "x"}, {"login/lastEmail", "a@b"}, {"login/adv/n", "3"}}},
         {"comments and blanks", "; c\n# c\n\n   \n[g]\n  k = v  \n", {{"g/k", "v"}}},
         {"escaped blanks stay", "k=\\s v \\s\n", {{"k", "  v  "}}},
         {"newlines tabs backslash", "k=a\\nb\\tc\\\\d\\re\\0f\n", {{"k", std::string("a\nb\tc\\d\re\0f", 11)}}},
-        {"equals in value", "k=a=b=c\n", {{"k", "a=b=c"}}},
-        {"escaped equals in key", "a\\=b=c\n", {{"a=b", "c"}}},
-        {"hex bytes", "k=\\xff\\x41\n", {{"k", "\xff" "A"}}},
-        {"crlf lines", "[g]\r\nk=v\r\n", {{"g/k", "v"}}},
+        {"equals in value", "k=a=b=c\n", {{"k", "a=b=c"}}}, {"escaped equals in key", "a\\=b=c\n", {{"a=b", "c"}}},
+        {"hex bytes", "k=\\xff\\x41\n", {{"k", "\xff" "A"}}}, {"crlf lines", "[g]\r\nk=v\r\n", {{"g/k", "v"}}},
         {"last one wins", "k=1\nk=2\n", {{"k", "2"}}},
         {"slashes normalised", "[/a//b/]\nc=1\nd/e=2\n", {{"a/b/c", "1"}, {"a/b/d/e", "2"}}},
         {"empty section is the top", "[g]\nx=1\n[]\ny=2\n", {{"g/x", "1"}, {"y", "2"}}},
-        {"unicode", "[grüße]\nnamé=日本語\n", {{"grüße/namé", "日本語"}}},
-        {"no final newline", "k=v", {{"k", "v"}}},
+        {"unicode", "[grüße]\nnamé=日本語\n", {{"grüße/namé", "日本語"}}}, {"no final newline", "k=v", {{"k", "v"}}},
         {"empty value", "k=\n", {{"k", ""}}},
     };
     for (const Row& r : rows) {
@@ -63,14 +59,10 @@ TEST(KySettingsFormat, ParsesSectionsKeysCommentsAndEscapes) {
 TEST(KySettingsFormat, RejectsCorruptTextNamingTheLine) {
     struct Row { const char* name; std::string text; const char* where; };
     const Row rows[] = {
-        {"line without equals", "a=1\njust words\n", "line 2"},
-        {"unclosed section", "[login\nk=v\n", "line 1"},
-        {"text after section", "[a] b\n", "line 1"},
-        {"empty key", "=v\n", "line 1"},
-        {"dangling backslash", "k=v\\\n", "line 1"},
-        {"bad hex escape", "k=\\xZZ\n", "line 1"},
-        {"NUL byte", std::string("a=1\nb=\0\n", 8), "line 2"},
-        {"invalid UTF-8", "k=\xc3\x28\n", "UTF-8"},
+        {"line without equals", "a=1\njust words\n", "line 2"}, {"unclosed section", "[login\nk=v\n", "line 1"},
+        {"text after section", "[a] b\n", "line 1"}, {"empty key", "=v\n", "line 1"},
+        {"dangling backslash", "k=v\\\n", "line 1"}, {"bad hex escape", "k=\\xZZ\n", "line 1"},
+        {"NUL byte", std::string("a=1\nb=\0\n", 8), "line 2"}, {"invalid UTF-8", "k=\xc3\x28\n", "UTF-8"},
     };
     for (const Row& r : rows) {
         Entries got{{"stale", "x"}};
@@ -83,23 +75,11 @@ TEST(KySettingsFormat, RejectsCorruptTextNamingTheLine) {
 
 TEST(KySettingsFormat, AnyKeysAndValuesSurviveSerializeAndParse) {
     const Entries entries{
-        {"plain", "value"},
-        {" lead/trail ", " both ends "},
-        {"g/;semi", ";not a comment"},
-        {"g/#hash", "#also not"},
-        {"g/[bracket]", "[not a section]"},
-        {"g/eq=key", "a=b"},
-        {"g/back\\slash", "C:\\path\\"},
-        {"g/tab\tkey", "\tx\t"},
-        {"g/multi", "one\ntwo\r\nthree\n"},
-        {"g/nul", std::string("a\0b", 3)},
-        {"g/binary", "\xff\xfe raw"},
-        {"g/k", "group value"},
-        {"g/k/z", "deeper"},
-        {"g/l", "after"},
-        {"ünï/cödé", "☃ snow"},
-        {"g/empty", ""},
-        {"g/blank", " "},
+        {"plain", "value"}, {" lead/trail ", " both ends "}, {"g/;semi", ";not a comment"}, {"g/#hash", "#also not"},
+        {"g/[bracket]", "[not a section]"}, {"g/eq=key", "a=b"}, {"g/back\\slash", "C:\\path\\"},
+        {"g/tab\tkey", "\tx\t"}, {"g/multi", "one\ntwo\r\nthree\n"}, {"g/nul", std::string("a\0b", 3)},
+        {"g/binary", "\xff\xfe raw"}, {"g/k", "group value"}, {"g/k/z", "deeper"}, {"g/l", "after"},
+        {"ünï/cödé", "☃ snow"}, {"g/empty", ""}, {"g/blank", " "},
     };
     const KyString text = KySettingsFormat::serialize(entries);
     Entries back;
@@ -112,12 +92,8 @@ TEST(KySettingsFormat, AnyKeysAndValuesSurviveSerializeAndParse) {
 TEST(KySettingsFormat, StringListsKeepCommasBackslashesAndEmptyItems) {
     struct Row { const char* name; KyList<KyString> items; };
     const Row rows[] = {
-        {"empty list", {}},
-        {"one empty item", {""}},
-        {"plain", {"a", "b", "c"}},
-        {"commas", {"a,b", ",", "c,"}},
-        {"backslashes", {"\\", "a\\,b", "\\\\"}},
-        {"newlines and unicode", {"line\nbreak", "ß€😀", " spaced "}},
+        {"empty list", {}}, {"one empty item", {""}}, {"plain", {"a", "b", "c"}}, {"commas", {"a,b", ",", "c,"}},
+        {"backslashes", {"\\", "a\\,b", "\\\\"}}, {"newlines and unicode", {"line\nbreak", "ß€😀", " spaced "}},
         {"empty inside", {"a", "", "b", ""}},
     };
     for (const Row& r : rows)

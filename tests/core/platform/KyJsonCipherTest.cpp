@@ -3,13 +3,10 @@
 // and leave the document untouched; a sealed document survives a real file.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <cstdio>
-#include <fstream>
-#include <sstream>
 #include <string>
 
+#include "../../support/KyTestProcess.h"
+#include "core/io/KyFile.h"
 #include "core/platform/KyCrypto.h"
 #include "core/platform/KyJsonCipher.h"
 #include "core/types/KyJsonDocument.h"
@@ -118,23 +115,15 @@ TEST(KyJsonCipher, KeysComeFromPassphrasesAndBadKeysAreRefused) {
 }
 
 TEST(KyJsonCipher, SealedDocumentSurvivesARealFile) {
-    char path[] = "/tmp/kyjsoncipher-XXXXXX";
-    const int fd = mkstemp(path);
-    ASSERT_GE(fd, 0);
-    close(fd);
+    const kytest::TempDir dir;
     KyJsonDocument doc = config();
     ASSERT_TRUE(cipher('f').encryptStrings(doc, {"user"}));
-    {
-        std::ofstream out(path, std::ios::binary | std::ios::trunc);
-        out << doc.generateJson(KyJsonDocument::Indented).toStdString();
-    }
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    std::remove(path);
-    EXPECT_EQ(text.str().find("hunter2"), std::string::npos);
+    KyString text;
+    ASSERT_TRUE(KyFile::writeAll(dir.file("sealed.json"), doc.generateJson(KyJsonDocument::Indented).view()));
+    ASSERT_TRUE(KyFile::readAll(dir.file("sealed.json"), text));
+    EXPECT_FALSE(text.contains("hunter2"));
     KyJsonDocument back;
-    ASSERT_TRUE(back.loadFromJson(text.str())) << back.errorString();
+    ASSERT_TRUE(back.loadFromJson(text)) << back.errorString();
     ASSERT_TRUE(cipher('f').decryptStrings(back));
     EXPECT_EQ(back, config());
 }

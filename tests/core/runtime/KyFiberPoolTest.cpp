@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -33,6 +34,13 @@ struct LoopFixture : ::testing::Test {
             lane));
     }
 
+    // Limits of four and three lane-2 tasks yielded in three of the four normal slots.
+    void yieldInThreeOfFourSlots(std::vector<int>& ids, int& finished) {
+        pool().setLimits(4, 4);
+        for (int i = 0; i < 3; ++i) postYielding(2, ids, finished);
+        kytest::drain(app.get());
+    }
+
     // Wakes every id and runs until all woken tasks are done.
     void wakeAll(const std::vector<int>& ids) {
         for (int id : ids) pool().unYield(id, 2);
@@ -54,12 +62,9 @@ TEST_F(FiberPoolLanes, OneCreditCycleServesEightFourOnePicksInLaneOrder) {
     for (int i = 0; i < 30; ++i)
         for (KyFiberLane lane : {1, 2, 3}) app->postEventOnLane([&picks, lane] { picks.push_back(lane); }, lane);
     for (int i = 0; i < 26; ++i) ASSERT_TRUE(pool().runNextWorkItem());
-    std::vector<int> cycle;
-    for (int i = 0; i < 8; ++i) cycle.push_back(1);
-    for (int i = 0; i < 4; ++i) cycle.push_back(2);
-    cycle.push_back(3);
-    std::vector<int> expected = cycle;
-    expected.insert(expected.end(), cycle.begin(), cycle.end());
+    std::vector<int> expected;
+    for (int round = 0; round < 2; ++round)
+        for (int lane : {1, 1, 1, 1, 1, 1, 1, 1, 2, 2, 2, 2, 3}) expected.push_back(lane);
     EXPECT_EQ(picks, expected);
     kytest::drain(app.get());
     EXPECT_EQ(picks.size(), 90u);
@@ -116,11 +121,8 @@ TEST_F(FiberPoolAdmission, LaneTwoStopsAt500AndLanesZeroOneUseTheReserveUpTo516)
     EXPECT_FALSE(app->postEventOnLane([&ran] { ++ran; }, 1));
 
     EXPECT_EQ(pool().stats().lostWork, 5);
-    EXPECT_EQ(log.count("KyFiberPool saturated; rejecting posted event on lane=2"), 1);
-    EXPECT_EQ(log.count("KyFiberPool saturated; rejecting posted event on lane=3"), 1);
-    EXPECT_EQ(log.count("KyFiberPool saturated; rejecting posted event on lane=9"), 1);
-    EXPECT_EQ(log.count("KyFiberPool saturated; rejecting posted event on lane=0"), 1);
-    EXPECT_EQ(log.count("KyFiberPool saturated; rejecting posted event on lane=1"), 1);
+    for (const char* lane : {"2", "3", "9", "0", "1"})
+        EXPECT_EQ(log.count(std::string("KyFiberPool saturated; rejecting posted event on lane=") + lane), 1) << lane;
 
     kytest::drain(app.get());
     EXPECT_EQ(ran, 516);
@@ -128,6 +130,8 @@ TEST_F(FiberPoolAdmission, LaneTwoStopsAt500AndLanesZeroOneUseTheReserveUpTo516)
     EXPECT_TRUE(app->postEvent([&ran] { ++ran; }));
     kytest::drain(app.get());
     EXPECT_EQ(ran, 517);
+    EXPECT_FALSE(app->postEvent(std::function<void()>()));
+    EXPECT_FALSE(pool().hasWork());
 }
 
 TEST_F(FiberPoolAdmission, BusySlotsCountTowardsTheLoad) {
@@ -145,18 +149,11 @@ TEST_F(FiberPoolAdmission, BusySlotsCountTowardsTheLoad) {
     kytest::drain(app.get());
 }
 
-TEST_F(FiberPoolAdmission, EmptyFunctionIsRefused) {
-    EXPECT_FALSE(app->postEvent(std::function<void()>()));
-    EXPECT_FALSE(pool().hasWork());
-}
-
 TEST_F(FiberPoolSlots, LaneTwoTaskWithoutAnIdleNormalSlotIsDroppedWithTheWarning) {
     kytest::LogCapture log;
-    pool().setLimits(4, 4);
     std::vector<int> ids;
     int finished = 0;
-    for (int i = 0; i < 3; ++i) postYielding(2, ids, finished);
-    kytest::drain(app.get());
+    yieldInThreeOfFourSlots(ids, finished);
     bool droppedRan = false;
     ASSERT_TRUE(app->postEvent([&droppedRan] { droppedRan = true; }));
     postYielding(1, ids, finished);  // lane 1 is served first and takes the last normal slot
@@ -173,11 +170,9 @@ TEST_F(FiberPoolSlots, LaneTwoTaskWithoutAnIdleNormalSlotIsDroppedWithTheWarning
 }
 
 TEST_F(FiberPoolSlots, LaneOneTaskWithoutAnIdleNormalSlotGetsAReservedSlot) {
-    pool().setLimits(4, 4);
     std::vector<int> ids;
     int finished = 0;
-    for (int i = 0; i < 3; ++i) postYielding(2, ids, finished);
-    kytest::drain(app.get());
+    yieldInThreeOfFourSlots(ids, finished);
     bool ran = false;
     postYielding(1, ids, finished);
     ASSERT_TRUE(app->postEventOnLane([&ran] { ran = true; }, 1));
@@ -255,12 +250,9 @@ TEST_F(FiberPoolYield, UnYieldOfUnknownOrSecondIdIsRefusedAndChangesNothing) {
     postYielding(2, ids, finished);
     kytest::drain(app.get());
     ASSERT_EQ(ids.size(), 1u);
-    const KyFiberPoolStats before = pool().stats();
-    EXPECT_EQ(before.yielded, 1);
     EXPECT_FALSE(pool().unYield(ids[0] - 1000, 2));
-    const KyFiberPoolStats unchanged = pool().stats();
-    EXPECT_EQ(unchanged.yielded, 1);
-    EXPECT_EQ(unchanged.resumableSlots[2], 0);
+    EXPECT_EQ(pool().stats().yielded, 1);
+    EXPECT_EQ(pool().stats().resumableSlots[2], 0);
 
     EXPECT_TRUE(pool().unYield(ids[0], 2));
     EXPECT_FALSE(pool().unYield(ids[0], 2));
@@ -297,8 +289,10 @@ TEST_F(FiberPoolYield, ResumedSlotBeatsQueuedTaskOnItsLane) {
     EXPECT_EQ(order, std::vector<std::string>{"task"});
 }
 
-TEST_F(FiberPoolYield, YieldOnTheMainFiberDoesNotSuspend) {
+TEST_F(FiberPoolYield, IdsCountDownAndYieldOnTheMainFiberDoesNotSuspend) {
     const int id = KyCoreApplication::generateYieldId();
+    EXPECT_LT(id, 0);
+    EXPECT_EQ(KyCoreApplication::generateYieldId(), id - 1);
     EXPECT_FALSE(KyCoreApplication::yieldCurrentFiber(id));
     EXPECT_FALSE(pool().isOnPooledFiber());
     EXPECT_EQ(pool().stats().yielded, 0);
@@ -313,13 +307,6 @@ TEST_F(FiberPoolYield, YieldOnTheMainFiberDoesNotSuspend) {
     bool yielded = true;
     std::thread([&yielded] { yielded = KyCoreApplication::yieldCurrentFiber(-5); }).join();
     EXPECT_FALSE(yielded);
-}
-
-TEST_F(FiberPoolYield, YieldIdsCountDownFromMinusOne) {
-    const int a = KyCoreApplication::generateYieldId();
-    const int b = KyCoreApplication::generateYieldId();
-    EXPECT_LT(a, 0);
-    EXPECT_EQ(b, a - 1);
 }
 
 TEST_F(FiberPoolYield, WakeFromAnotherThreadResumesTheFiberOnItsOwnThread) {

@@ -3,6 +3,7 @@
 // decide when it runs what was posted.
 #include "core/runtime/KyIoDispatcher.h"
 #include "core/runtime/KyCoreApplication.h"
+#include "../../support/KyTestLoop.h"
 
 #include <gtest/gtest.h>
 
@@ -24,17 +25,13 @@
 
 namespace {
 
-using namespace std::chrono_literals;
-constexpr auto kDeadline = 20s;
+using kytest::waitUntil;
 
-// Waits for a condition with a generous deadline; true when it held.
-bool waitUntil(const std::function<bool()>& condition) {
-    const auto end = std::chrono::steady_clock::now() + kDeadline;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        std::this_thread::sleep_for(1ms);
+// Reads a non-blocking descriptor until it has nothing more.
+void drainFd(int fd) {
+    char buf[256];
+    while (read(fd, buf, sizeof buf) > 0) {
     }
-    return true;
 }
 
 // A thread that runs posted functions in order; it can be held so posts pile up.
@@ -45,7 +42,6 @@ public:
         {
             std::lock_guard<std::mutex> lock(mutex_);
             stop_ = true;
-            held_ = false;
         }
         cv_.notify_all();
         thread_.join();
@@ -60,17 +56,8 @@ public:
     KyIoDispatcher::Dispatcher dispatcher() {
         return [this](std::function<void()> fn) { post(std::move(fn)); };
     }
-    void hold() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        held_ = true;
-    }
-    void release() {
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            held_ = false;
-        }
-        cv_.notify_all();
-    }
+    void hold() { setHeld_(true); }
+    void release() { setHeld_(false); }
     std::size_t queued() {
         std::lock_guard<std::mutex> lock(mutex_);
         return queue_.size();
@@ -85,6 +72,13 @@ public:
     std::thread::id id() const { return thread_.get_id(); }
 
 private:
+    void setHeld_(bool held) {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            held_ = held;
+        }
+        cv_.notify_all();
+    }
     void run() {
         std::unique_lock<std::mutex> lock(mutex_);
         for (;;) {
@@ -126,11 +120,20 @@ struct Pipe {
     void put(const std::string& s) const { ASSERT_EQ(write(w, s.data(), s.size()), static_cast<ssize_t>(s.size())); }
 };
 
-}  // namespace
-
-TEST(KyIoDispatcherReadiness, HandlerRunsOnTheOwningLoopWithTheReadyBits) {
+// A loop, a dispatcher posting to it and a pipe, torn down in reverse order.
+struct IoFixture : ::testing::Test {
     TestLoop loop;
     KyIoDispatcher dispatcher;
+    Pipe p;
+};
+
+using KyIoDispatcherReadiness = IoFixture;
+using KyIoDispatcherRemoval = IoFixture;
+using KyIoDispatcherErrors = IoFixture;
+
+}  // namespace
+
+TEST_F(KyIoDispatcherReadiness, HandlerRunsOnTheOwningLoopWithTheReadyBits) {
     ASSERT_TRUE(dispatcher.startLinuxBackend_());
     Pipe p;
     std::atomic<int> calls{0};
@@ -155,10 +158,7 @@ TEST(KyIoDispatcherReadiness, HandlerRunsOnTheOwningLoopWithTheReadyBits) {
     EXPECT_TRUE(dispatcher.unwatch(id));
 }
 
-TEST(KyIoDispatcherReadiness, PartlyReadDataIsReportedAgainUntilConsumed) {
-    TestLoop loop;
-    KyIoDispatcher dispatcher;
-    Pipe p;
+TEST_F(KyIoDispatcherReadiness, PartlyReadDataIsReportedAgainUntilConsumed) {
     std::string got;
     std::atomic<std::size_t> size{0};
     // One byte per call: the rest must be reported again after re-arming.
@@ -174,18 +174,12 @@ TEST(KyIoDispatcherReadiness, PartlyReadDataIsReportedAgainUntilConsumed) {
     EXPECT_EQ(got, "abcdefgh");
 }
 
-TEST(KyIoDispatcherReadiness, SlowLoopGetsOneOutstandingDispatchPerWatch) {
-    TestLoop loop;
-    KyIoDispatcher dispatcher;
-    Pipe a, b;
+TEST_F(KyIoDispatcherReadiness, SlowLoopGetsOneOutstandingDispatchPerWatch) {
+    Pipe& a = p;
+    Pipe b;
     std::atomic<int> aCalls{0}, bCalls{0};
-    auto drainRead = [](int fd) {
-        char buf[256];
-        while (read(fd, buf, sizeof buf) > 0) {
-        }
-    };
     ASSERT_NE(dispatcher.watchFd(a.r, KyIoDispatcher::Readable, loop.dispatcher(),
-                                 [&](int fd, uint32_t) { drainRead(fd); ++aCalls; }),
+                                 [&](int fd, uint32_t) { drainFd(fd); ++aCalls; }),
               0);
     loop.hold();
     a.put("1");
@@ -193,7 +187,7 @@ TEST(KyIoDispatcherReadiness, SlowLoopGetsOneOutstandingDispatchPerWatch) {
     for (int i = 0; i < 20; ++i) a.put("x");
     // A second watch's report proves the epoll thread went past the writes above.
     ASSERT_NE(dispatcher.watchFd(b.r, KyIoDispatcher::Readable, loop.dispatcher(),
-                                 [&](int fd, uint32_t) { drainRead(fd); ++bCalls; }),
+                                 [&](int fd, uint32_t) { drainFd(fd); ++bCalls; }),
               0);
     b.put("y");
     ASSERT_TRUE(waitUntil([&] { return loop.queued() == 2; }));
@@ -204,9 +198,7 @@ TEST(KyIoDispatcherReadiness, SlowLoopGetsOneOutstandingDispatchPerWatch) {
     EXPECT_EQ(bCalls.load(), 1);
 }
 
-TEST(KyIoDispatcherReadiness, EventfdSocketsAndWritabilityAreReported) {
-    TestLoop loop;
-    KyIoDispatcher dispatcher;
+TEST_F(KyIoDispatcherReadiness, EventfdSocketsAndWritabilityAreReported) {
     const int efd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     ASSERT_GE(efd, 0);
     std::atomic<uint64_t> counted{0};
@@ -249,10 +241,7 @@ TEST(KyIoDispatcherReadiness, EventfdSocketsAndWritabilityAreReported) {
     close(sv[0]);
 }
 
-TEST(KyIoDispatcherRemoval, PostedDispatchDoesNotRunAfterUnwatch) {
-    TestLoop loop;
-    KyIoDispatcher dispatcher;
-    Pipe p;
+TEST_F(KyIoDispatcherRemoval, PostedDispatchDoesNotRunAfterUnwatch) {
     std::atomic<int> calls{0};
     const int id = dispatcher.watchFd(p.r, KyIoDispatcher::Readable, loop.dispatcher(), [&](int, uint32_t) { ++calls; });
     ASSERT_NE(id, 0);
@@ -267,10 +256,8 @@ TEST(KyIoDispatcherRemoval, PostedDispatchDoesNotRunAfterUnwatch) {
     EXPECT_EQ(dispatcher.watchCount(), 0);
 }
 
-TEST(KyIoDispatcherRemoval, HandlerMayUnwatchItself) {
-    TestLoop loop;
-    KyIoDispatcher dispatcher;
-    Pipe p, probe;
+TEST_F(KyIoDispatcherRemoval, HandlerMayUnwatchItself) {
+    Pipe probe;
     std::atomic<int> calls{0}, probeCalls{0};
     std::atomic<int> id{0};
     id = dispatcher.watchFd(p.r, KyIoDispatcher::Readable, loop.dispatcher(), [&](int, uint32_t) {
@@ -284,9 +271,7 @@ TEST(KyIoDispatcherRemoval, HandlerMayUnwatchItself) {
     // Still readable, but gone: a later report from another watch shows the
     // epoll thread is alive and has nothing for the removed one.
     ASSERT_NE(dispatcher.watchFd(probe.r, KyIoDispatcher::Readable, loop.dispatcher(), [&](int fd, uint32_t) {
-        char c;
-        while (read(fd, &c, 1) > 0) {
-        }
+        drainFd(fd);
         ++probeCalls;
     }),
               0);
@@ -297,10 +282,7 @@ TEST(KyIoDispatcherRemoval, HandlerMayUnwatchItself) {
     EXPECT_EQ(dispatcher.watchCount(), 1);
 }
 
-TEST(KyIoDispatcherRemoval, DroppedPostRearmsTheWatch) {
-    TestLoop loop;
-    KyIoDispatcher dispatcher;
-    Pipe p;
+TEST_F(KyIoDispatcherRemoval, DroppedPostRearmsTheWatch) {
     std::atomic<int> offered{0}, calls{0};
     // The first function is thrown away, as by a loop that refuses a post.
     const int id = dispatcher.watchFd(p.r, KyIoDispatcher::Readable,
@@ -309,9 +291,7 @@ TEST(KyIoDispatcherRemoval, DroppedPostRearmsTheWatch) {
                                           loop.post(std::move(fn));
                                       },
                                       [&](int fd, uint32_t) {
-                                          char c;
-                                          while (read(fd, &c, 1) > 0) {
-                                          }
+                                          drainFd(fd);
                                           ++calls;
                                       });
     ASSERT_NE(id, 0);
@@ -320,10 +300,7 @@ TEST(KyIoDispatcherRemoval, DroppedPostRearmsTheWatch) {
     EXPECT_EQ(offered.load(), 2);
 }
 
-TEST(KyIoDispatcherErrors, BadRequestsAreRefusedWithZero) {
-    TestLoop loop;
-    KyIoDispatcher dispatcher;
-    Pipe p;
+TEST_F(KyIoDispatcherErrors, BadRequestsAreRefusedWithZero) {
     auto handler = [](int, uint32_t) {};
     EXPECT_EQ(dispatcher.watchFd(-1, KyIoDispatcher::Readable, loop.dispatcher(), handler), 0);
     EXPECT_EQ(dispatcher.watchFd(p.r, KyIoDispatcher::Readable, loop.dispatcher(), nullptr), 0);
@@ -365,9 +342,7 @@ TEST(KyIoDispatcherLifetime, StopAndRestartKeepTheWatches) {
     Pipe p;
     std::atomic<int> calls{0};
     ASSERT_NE(dispatcher.watchFd(p.r, KyIoDispatcher::Readable, loop.dispatcher(), [&](int fd, uint32_t) {
-        char c;
-        while (read(fd, &c, 1) > 0) {
-        }
+        drainFd(fd);
         ++calls;
     }),
               0);
@@ -433,9 +408,7 @@ TEST(KyIoDispatcherWithLoop, HandlerRunsInsideTheRealEventLoopOfItsThread) {
             p.r, KyIoDispatcher::Readable,
             [loop](std::function<void()> fn) { loop->postEventOnLane(std::move(fn), KyFiberLaneInput); },
             [&, loop, self](int fd, uint32_t) {
-                char buf[16];
-                while (read(fd, buf, sizeof buf) > 0) {
-                }
+                drainFd(fd);
                 onLoopThread = std::this_thread::get_id() == self;
                 handled = true;
                 loop->quit();

@@ -35,6 +35,15 @@ template <typename F> auto onOtherThread(F fn) {
     return result;
 }
 
+// Whether another thread gets the lock through tryLock now; it gives back what it got.
+template <typename Try, typename Unlock> bool otherThreadTakes(Try tryLock, Unlock unlock) {
+    return onOtherThread([&] {
+        const bool taken = tryLock();
+        if (taken) unlock();
+        return taken;
+    });
+}
+
 } // namespace
 
 TEST(KyMutex, PlainMutexExcludesOtherThreadsAndCountsEveryIncrement) {
@@ -61,11 +70,7 @@ TEST(KyMutex, PlainMutexRefusesRelockAndForeignUnlock) {
     EXPECT_EQ(onOtherThread([&] { return errorOf([&] { mutex.unlock(); }); }), EPERM);
     mutex.unlock();
     EXPECT_EQ(errorOf([&] { mutex.unlock(); }), EPERM);
-    EXPECT_TRUE(onOtherThread([&] {
-        const bool taken = mutex.tryLock();
-        if (taken) mutex.unlock();
-        return taken;
-    }));
+    EXPECT_TRUE(otherThreadTakes([&] { return mutex.tryLock(); }, [&] { mutex.unlock(); }));
 }
 
 TEST(KyMutex, RecursiveMutexIsFreeOnlyAfterTheLastUnlock) {
@@ -78,11 +83,7 @@ TEST(KyMutex, RecursiveMutexIsFreeOnlyAfterTheLastUnlock) {
     mutex.unlock();
     EXPECT_FALSE(onOtherThread([&] { return mutex.tryLock(); }));
     mutex.unlock();
-    EXPECT_TRUE(onOtherThread([&] {
-        const bool taken = mutex.tryLock();
-        if (taken) mutex.unlock();
-        return taken;
-    }));
+    EXPECT_TRUE(otherThreadTakes([&] { return mutex.tryLock(); }, [&] { mutex.unlock(); }));
 }
 
 // ---------------------------------------------------------------------------
@@ -148,11 +149,7 @@ TEST(KyReadWriteLock, RecursionRulesHoldForEachCallSequence) {
 TEST(KyReadWriteLock, ReadersShareAndWritersExclude) {
     KyReadWriteLock lock;
     lock.lockForRead();
-    EXPECT_TRUE(onOtherThread([&] {
-        const bool taken = lock.tryLockForRead();
-        if (taken) lock.unlock();
-        return taken;
-    }));
+    EXPECT_TRUE(otherThreadTakes([&] { return lock.tryLockForRead(); }, [&] { lock.unlock(); }));
     EXPECT_FALSE(onOtherThread([&] { return lock.tryLockForWrite(); }));
     lock.unlock();
 
@@ -163,11 +160,7 @@ TEST(KyReadWriteLock, ReadersShareAndWritersExclude) {
     // Still held for write after the nested read is gone.
     EXPECT_FALSE(onOtherThread([&] { return lock.tryLockForRead(); }));
     lock.unlock();
-    EXPECT_TRUE(onOtherThread([&] {
-        const bool taken = lock.tryLockForWrite();
-        if (taken) lock.unlock();
-        return taken;
-    }));
+    EXPECT_TRUE(otherThreadTakes([&] { return lock.tryLockForWrite(); }, [&] { lock.unlock(); }));
 }
 
 TEST(KyReadWriteLock, HoldsAreKeptPerThreadAndPerLock) {

@@ -4,26 +4,17 @@
 #include "core/runtime/KyCoreApplication.h"
 #include "core/runtime/KyRuntimeProfiler.h"
 #include "core/runtime/KyRuntimeWatchdog.h"
+#include "../../support/KyTestLoop.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <functional>
 #include <thread>
 
 namespace {
 
-using namespace std::chrono_literals;
-
-bool waitUntil(const std::function<bool()>& condition) {
-    const auto end = std::chrono::steady_clock::now() + 20s;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
+using kytest::waitUntil;
 
 // Each case starts with this thread's lists empty.
 class KyRuntimeProfilerTest : public ::testing::Test {
@@ -211,7 +202,6 @@ TEST(KyRuntimeWatchdog, LongRunningFiberIsAskedToYieldOnItsOwnThread) {
     EXPECT_GE(ky::profiler::preemptSignalCount(), 1);
     EXPECT_FALSE(watchdog.start(0));
 }
-
 
 TEST(KyRuntimeProfilerWithLoop, RealLoopRecordsPostedWorkAndIterations) {
     auto session = KyRuntimeProfilerSession::create("loop");

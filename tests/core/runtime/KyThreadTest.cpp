@@ -90,27 +90,22 @@ TEST(KyThreadStart, MainThreadIsAdoptedAndForeignThreadsHaveNone) {
     EXPECT_EQ(seen, nullptr);
 }
 
-TEST(KyThreadStart, ARestartedThreadRunsAgain) {
-    Thread t(KyString("Twice"));
-    for (int round = 0; round < 2; ++round) {
-        SCOPED_TRACE(round);
-        ASSERT_TRUE(t.start());
-        std::atomic<bool> ran{false};
-        t.postTask([&] { ran = true; });
-        ASSERT_TRUE(eventually([&] { return ran.load(); }));
-        t.quit();
-        ASSERT_TRUE(t.wait());
-    }
-}
-
-TEST(KyThreadStart, DestroyingARunningThreadQuitsAndJoinsIt) {
+TEST(KyThreadStart, ARestartedThreadRunsAgainAndDestroyingItRunningQuitsAndJoinsIt) {
     std::atomic<int> ran{0};
     {
-        Thread t(KyString("ShortLived"));
-        t.start();
+        Thread t(KyString("Twice"));
+        for (int round = 0; round < 2; ++round) {
+            SCOPED_TRACE(round);
+            ASSERT_TRUE(t.start());
+            t.postTask([&] { ++ran; });
+            ASSERT_TRUE(eventually([&] { return ran.load() == round + 1; }));
+            t.quit();
+            ASSERT_TRUE(t.wait());
+        }
+        ASSERT_TRUE(t.start());
         KyObject::executeBlockingOnThread(&t, [&] { ++ran; });
     }
-    EXPECT_EQ(ran.load(), 1);
+    EXPECT_EQ(ran.load(), 3);
 }
 
 // ---------------------------------------------------------------------------
@@ -153,7 +148,7 @@ TEST(KyThreadFallback, AThreadWithoutAThreadObjectPostsToTheSharedFallbackThread
 
 // ---------------------------------------------------------------------------
 
-TEST(KyThreadBlocking, RunsOnTheTargetAndReturnsAfterIt) {
+TEST(KyThreadBlocking, RunsOnTheTargetAndReturnsAfterItOrWithItsException) {
     Thread t(KyString("Blocking"));
     t.start();
     int value = 0;
@@ -164,14 +159,20 @@ TEST(KyThreadBlocking, RunsOnTheTargetAndReturnsAfterIt) {
     });
     EXPECT_EQ(value, 42);
     EXPECT_TRUE(pthread_equal(where, t.nativeHandle()));
+    EXPECT_THROW(KyObject::executeBlockingOnThread(&t, [] { throw std::runtime_error("task failed"); }),
+                 std::runtime_error);
+    KyObject::executeBlockingOnThread(&t, [&] { value = 43; });
+    EXPECT_EQ(value, 43);
     t.quit();
     t.wait();
 }
 
-TEST(KyThreadBlocking, ToTheCallersOwnThreadRunsInline) {
-    int onMain = 0;
-    KyObject::executeBlockingOnThread(Thread::currentThread(), [&] { ++onMain; });
-    EXPECT_EQ(onMain, 1);
+TEST(KyThreadBlocking, ToTheCallersOwnNotStartedOrNullThreadRunsInline) {
+    Thread never(KyString("NeverStarted"));
+    int inline_ = 0;
+    for (Thread* target : {Thread::currentThread(), &never, static_cast<Thread*>(nullptr)})
+        KyObject::executeBlockingOnThread(target, [&] { ++inline_; });
+    EXPECT_EQ(inline_, 3);
 
     Thread t(KyString("SelfCall"));
     t.start();
@@ -181,26 +182,6 @@ TEST(KyThreadBlocking, ToTheCallersOwnThreadRunsInline) {
         ++nested;
     });
     EXPECT_EQ(nested.load(), 2);
-    t.quit();
-    t.wait();
-}
-
-TEST(KyThreadBlocking, NotStartedOrNullTargetsRunInline) {
-    Thread never(KyString("NeverStarted"));
-    int runs = 0;
-    KyObject::executeBlockingOnThread(&never, [&] { ++runs; });
-    KyObject::executeBlockingOnThread(nullptr, [&] { ++runs; });
-    EXPECT_EQ(runs, 2);
-}
-
-TEST(KyThreadBlocking, AnExceptionInTheTaskReachesTheCaller) {
-    Thread t(KyString("Thrower"));
-    t.start();
-    EXPECT_THROW(KyObject::executeBlockingOnThread(&t, [] { throw std::runtime_error("task failed"); }),
-                 std::runtime_error);
-    std::atomic<bool> alive{false};
-    KyObject::executeBlockingOnThread(&t, [&] { alive = true; });
-    EXPECT_TRUE(alive.load());
     t.quit();
     t.wait();
 }

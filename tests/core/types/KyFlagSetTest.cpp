@@ -19,14 +19,9 @@ KY_DECLARE_FLAG_OPERATORS(SessionBits)
 } // namespace
 
 TEST(KyFlagSet, OperatorsCombineLikeBitSets) {
-    struct Row {
-        const char* name;
-        DrawTextFlags got;
-        int want;
-    };
+    struct Row { const char* name; DrawTextFlags got; int want; };
     const Row rows[] = {
-        {"empty", DrawTextFlags(), 0},
-        {"one flag", DrawTextFormat::Right, 2},
+        {"empty", DrawTextFlags(), 0}, {"one flag", DrawTextFormat::Right, 2},
         {"or of enumerators", DrawTextFormat::CenterH | DrawTextFormat::Bottom, 9},
         {"or with a set", DrawTextFlags(DrawTextFormat::Right) | DrawTextFormat::CenterV, 6},
         {"enumerator or set", DrawTextFormat::CenterV | DrawTextFlags(DrawTextFormat::Right), 6},

@@ -3,16 +3,13 @@
 // threads reading one document, and the lenient readers the console uses.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <atomic>
-#include <cstdio>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "../../support/KyTestProcess.h"
+#include "core/io/KyFile.h"
 #include "core/types/KyJsonDocument.h"
 #include "core/types/KyJsonHelpers.h"
 
@@ -30,18 +27,8 @@ TEST(KyJsonGenerate, CompactAndIndentedTextsAreExact) {
     const KyJsonDocument doc = parsed(R"({"a":1,"b":[true,{"c":null}],"d":{},"e":[],"f":-2.5})");
     EXPECT_EQ(doc.generateJson(KyJsonDocument::Compact), R"({"a":1,"b":[true,{"c":null}],"d":{},"e":[],"f":-2.5})");
     EXPECT_EQ(doc.generateJson(KyJsonDocument::Indented),
-              "{\n"
-              "    \"a\": 1,\n"
-              "    \"b\": [\n"
-              "        true,\n"
-              "        {\n"
-              "            \"c\": null\n"
-              "        }\n"
-              "    ],\n"
-              "    \"d\": {},\n"
-              "    \"e\": [],\n"
-              "    \"f\": -2.5\n"
-              "}\n");
+              "{\n    \"a\": 1,\n    \"b\": [\n        true,\n        {\n            \"c\": null\n        }\n    ],\n"
+              "    \"d\": {},\n    \"e\": [],\n    \"f\": -2.5\n}\n");
     EXPECT_EQ(KyJsonDocument(KyJsonValue(7)).generateJson(KyJsonDocument::Indented), "7\n");
     EXPECT_EQ(KyJsonDocument().generateJson(), "null");
 }
@@ -50,10 +37,8 @@ TEST(KyJsonGenerate, StringsAreEscapedOnlyWhereJsonRequires) {
     struct Row { const char* name; std::string text; const char* json; };
     using namespace std::string_literals;
     const Row rows[] = {
-        {"plain", "abc", "\"abc\""},
-        {"quote and backslash", "a\"b\\c", "\"a\\\"b\\\\c\""},
-        {"slash stays", "a/b", "\"a/b\""},
-        {"short control escapes", "\b\f\n\r\t", "\"\\b\\f\\n\\r\\t\""},
+        {"plain", "abc", "\"abc\""}, {"quote and backslash", "a\"b\\c", "\"a\\\"b\\\\c\""},
+        {"slash stays", "a/b", "\"a/b\""}, {"short control escapes", "\b\f\n\r\t", "\"\\b\\f\\n\\r\\t\""},
         {"other controls as \\u00XX", "\x01\x1f"s + "\0"s, "\"\\u0001\\u001f\\u0000\""},
         {"UTF-8 as it is", "\xc3\xa9\xf0\x9f\x98\x80", "\"\xc3\xa9\xf0\x9f\x98\x80\""},
         {"invalid UTF-8 as U+FFFD", "a\xff" "b\xe2\x82", "\"a\xef\xbf\xbd" "b\xef\xbf\xbd\xef\xbf\xbd\""},
@@ -69,10 +54,7 @@ TEST(KyJsonGenerate, StringsAreEscapedOnlyWhereJsonRequires) {
 }
 
 TEST(KyJsonGenerate, DocumentsSurviveARealFileInBothFormats) {
-    char path[] = "/tmp/kyjson-XXXXXX";
-    const int fd = mkstemp(path);
-    ASSERT_GE(fd, 0);
-    close(fd);
+    const kytest::TempDir dir;
     KyJsonDocument doc;
     *doc.find("vpn/filter/enabled", true) = true;
     *doc.find("vpn/filter/ranges", true) = KyJsonArray{"10.0.0.0/8", "192.168.0.0/16"};
@@ -80,19 +62,14 @@ TEST(KyJsonGenerate, DocumentsSurviveARealFileInBothFormats) {
     *doc.find("vpn/limits/ratio", true) = 0.75;
     *doc.find("label", true) = "Gr\xc3\xbc\xc3\x9f \"Home\"\n";
     for (KyJsonDocument::Format format : {KyJsonDocument::Compact, KyJsonDocument::Indented}) {
-        {
-            std::ofstream out(path, std::ios::binary | std::ios::trunc);
-            out << doc.generateJson(format).toStdString();
-        }
-        std::ifstream in(path, std::ios::binary);
-        std::stringstream text;
-        text << in.rdbuf();
+        KyString text;
+        ASSERT_TRUE(KyFile::writeAll(dir.file("doc.json"), doc.generateJson(format).view()));
+        ASSERT_TRUE(KyFile::readAll(dir.file("doc.json"), text));
         KyJsonDocument back;
-        ASSERT_TRUE(back.loadFromJson(text.str())) << back.errorString();
+        ASSERT_TRUE(back.loadFromJson(text)) << back.errorString();
         EXPECT_EQ(back, doc);
         EXPECT_EQ(back.generateJson(format), doc.generateJson(format));
     }
-    std::remove(path);
 }
 
 TEST(KyJsonGenerate, ManyThreadsReadOneConstDocumentAtOnce) {
@@ -130,12 +107,8 @@ TEST(KyJsonHelpers, StringValueReadsOnlyStringMembers) {
 TEST(KyJsonHelpers, ParseObjectOrEmptyGivesEmptyForBadTextAndOtherRoots) {
     struct Row { const char* name; const char* text; std::size_t members; };
     const Row rows[] = {
-        {"object", R"({"a":1,"b":2})", 2},
-        {"malformed", R"({"a":1,)", 0},
-        {"array root", "[1,2]", 0},
-        {"string root", "\"x\"", 0},
-        {"empty text", "", 0},
-        {"trailing garbage", "{} {}", 0},
+        {"object", R"({"a":1,"b":2})", 2}, {"malformed", R"({"a":1,)", 0}, {"array root", "[1,2]", 0},
+        {"string root", "\"x\"", 0}, {"empty text", "", 0}, {"trailing garbage", "{} {}", 0},
     };
     for (const Row& r : rows) EXPECT_EQ(parseJsonObjectOrEmpty(r.text).size(), r.members) << r.name;
 }

@@ -165,13 +165,8 @@ TEST(KyJsonDocumentFind, WalksObjectsAndArraysWithoutCreating) {
     const Row rows[] = {
         {"vpn/filter/enabled", "true"},
         {"/vpn//filter/enabled/", "true"},
-        {"items/1/name", "\"b\""},
-        {"items/2/name", nullptr},
-        {"items/-1", nullptr},
-        {"items/x", nullptr},
-        {"items/01", "{\"name\":\"b\"}"},
-        {"vpn/missing", nullptr},
-        {"s/deeper", nullptr},
+        {"items/1/name", "\"b\""}, {"items/2/name", nullptr}, {"items/-1", nullptr}, {"items/x", nullptr},
+        {"items/01", "{\"name\":\"b\"}"}, {"vpn/missing", nullptr}, {"s/deeper", nullptr},
         {"vpn/filter/enabled/more", nullptr},
     };
     const KyString before = doc.generateJson();
