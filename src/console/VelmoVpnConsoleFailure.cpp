@@ -214,13 +214,5 @@ void VelmoVpnConsoleFailure::signalAbortHandler_(int signal) {
     KyCrashHandler::writeReportForSignal(signal);
     alarm(5);
     if (!gTerminationRecorded_.load()) velmoVpnConsolePersistStartupFailure("abort", "Abort signal raised");
-    struct sigaction action{};
-    action.sa_handler = SIG_DFL;
-    sigemptyset(&action.sa_mask);
-    sigaction(signal, &action, nullptr);
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, signal);
-    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
-    raise(signal);
+    KyCrashHandler::dieOfSignal(signal);
 }

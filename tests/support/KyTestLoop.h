@@ -6,9 +6,12 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -83,5 +86,13 @@ inline void drain(KyCoreApplication* app) {
     for (int i = 0; i < 100000 && app->processEvent(false) == 0; ++i) {
     }
 }
+
+/// A loop on the test's thread, torn down with the test.
+struct LoopFixture : ::testing::Test {
+    void SetUp() override { app = std::make_unique<KyCoreApplication>(); }
+    void TearDown() override { app.reset(); }
+    bool pumpUntil(const std::function<bool()>& pred) { return kytest::pumpUntil(app.get(), pred); }
+    std::unique_ptr<KyCoreApplication> app;
+};
 
 } // namespace kytest

@@ -346,35 +346,23 @@ void writeReport_(int signal, const siginfo_t* info, const ucontext_t* uc) {
     if (dumpPath.len) writeDump_(dumpPath.data, signal, info, uc, tid);
 }
 
-[[noreturn]] void dieOf_(int signal) {
-    struct sigaction action{};
-    action.sa_handler = SIG_DFL;
-    sigemptyset(&action.sa_mask);
-    sigaction(signal, &action, nullptr);
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, signal);
-    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
-    raise(signal);
-    _exit(128 + signal);
-}
 
 void fatalSignalHandler_(int signal, siginfo_t* info, void* context) {
     const long tid = syscall(SYS_gettid);
     long expected = 0;
     if (!gHandlerOwner_.compare_exchange_strong(expected, tid)) {
         // A fault inside our own handler: give up on the report and die.
-        if (expected == tid) dieOf_(signal);
+        if (expected == tid) KyCrashHandler::dieOfSignal(signal);
         // Another thread is writing its report and will end the process;
         // wait for that, but not for ever.
         for (int i = 0; i < 1000; ++i) {
             timespec pause{0, 10 * 1000 * 1000};
             nanosleep(&pause, nullptr);
         }
-        dieOf_(signal);
+        KyCrashHandler::dieOfSignal(signal);
     }
     writeReport_(signal, info, static_cast<const ucontext_t*>(context));
-    dieOf_(signal);
+    KyCrashHandler::dieOfSignal(signal);
 }
 
 // One alternate stack per thread, with a guard page under it so a handler
@@ -617,4 +605,17 @@ bool KyCrashHandler::takeLastCrashReport(KyCrashReport& report) {
         if (!found && parseReport_(folder, report)) found = true;
     }
     return found;
+}
+
+void KyCrashHandler::dieOfSignal(int signal) {
+    struct sigaction action{};
+    action.sa_handler = SIG_DFL;
+    sigemptyset(&action.sa_mask);
+    sigaction(signal, &action, nullptr);
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, signal);
+    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+    raise(signal);
+    _exit(128 + signal);
 }

@@ -77,6 +77,9 @@ public:
     /// Writes a report for signal as the handler would, without dying; for
     /// handlers that replace ours on a signal (async-signal-safe).
     static void writeReportForSignal(int signal);
+    /// Restores the default action of signal, unblocks it and raises it, so the
+    /// process ends by that signal (async-signal-safe).
+    [[noreturn]] static void dieOfSignal(int signal);
 
     /// "SIGSEGV", ..., or "SIG<number>" for others. Static storage.
     static const char* signalName(int signal);

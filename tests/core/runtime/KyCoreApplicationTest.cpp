@@ -70,11 +70,7 @@ private:
     bool stop_;
 };
 
-struct LoopFixture : ::testing::Test {
-    void SetUp() override { app = std::make_unique<KyCoreApplication>(); }
-    void TearDown() override { app.reset(); }
-    std::unique_ptr<KyCoreApplication> app;
-};
+using kytest::LoopFixture;
 
 using CoreApplicationLoop = LoopFixture;
 using CoreApplicationEvents = LoopFixture;

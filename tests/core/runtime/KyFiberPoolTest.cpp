@@ -15,10 +15,8 @@
 
 namespace {
 
-// A loop on the test's thread, torn down with the test.
-struct LoopFixture : ::testing::Test {
-    void SetUp() override { app = std::make_unique<KyCoreApplication>(); }
-    void TearDown() override { app.reset(); }
+// The shared loop fixture, with the pool's helpers.
+struct LoopFixture : kytest::LoopFixture {
     KyFiberPool& pool() { return app->fiberPool(); }
 
     // Posts a task on lane that yields under a fresh id (stored in ids) and
@@ -46,8 +44,6 @@ struct LoopFixture : ::testing::Test {
         for (int id : ids) pool().unYield(id, 2);
         kytest::drain(app.get());
     }
-
-    std::unique_ptr<KyCoreApplication> app;
 };
 
 using FiberPoolLanes = LoopFixture;

@@ -14,12 +14,7 @@
 
 namespace {
 
-struct LoopFixture : ::testing::Test {
-    void SetUp() override { app = std::make_unique<KyCoreApplication>(); }
-    void TearDown() override { app.reset(); }
-    bool pumpUntil(const std::function<bool()>& pred) { return kytest::pumpUntil(app.get(), pred); }
-    std::unique_ptr<KyCoreApplication> app;
-};
+using kytest::LoopFixture;
 
 using TimerTable = LoopFixture;
 using Timer = LoopFixture;
