@@ -51,12 +51,14 @@ public:
     /// unsetNames are removed from it.
     bool start(const KyString& program, const std::vector<std::string>& args,
                const std::vector<std::string>& env = {}, const std::vector<std::string>& unsetNames = {}) {
-        int out[2], err[2];
+        int out[2], err[2], in[2];
         if (::pipe2(out, O_CLOEXEC) != 0) return false;
         if (::pipe2(err, O_CLOEXEC) != 0) return false;
+        if (::pipe2(in, O_CLOEXEC) != 0) return false;
         pid_ = ::fork();
         if (pid_ < 0) return false;
         if (pid_ == 0) {
+            ::dup2(in[0], 0);
             ::dup2(out[1], 1);
             ::dup2(err[1], 2);
             for (const std::string& name : unsetNames) ::unsetenv(name.c_str());
@@ -73,6 +75,8 @@ public:
         }
         ::close(out[1]);
         ::close(err[1]);
+        ::close(in[0]);
+        inFd_ = in[1];
         outFd_ = out[0];
         errFd_ = err[0];
         return true;
@@ -85,6 +89,29 @@ public:
         }
         if (outFd_ >= 0) ::close(outFd_);
         if (errFd_ >= 0) ::close(errFd_);
+        closeInput();
+    }
+
+    /// Writes text to the child's standard input (a line protocol for helpers).
+    bool writeInput(const std::string& text) {
+        if (inFd_ < 0) return false;
+        // A child that already died must fail the write, not kill the test.
+        static const bool sigpipeIgnored = (::signal(SIGPIPE, SIG_IGN), true);
+        (void)sigpipeIgnored;
+        return ::write(inFd_, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    }
+    /// Closes the child's standard input: it reads end of file.
+    void closeInput() {
+        if (inFd_ >= 0) ::close(inFd_);
+        inFd_ = -1;
+    }
+    /// Reads stdout until it contains text, end of file, or the deadline.
+    bool waitForText(const std::string& text, std::chrono::milliseconds deadline) {
+        const auto end = Clock::now() + deadline;
+        while (out_.find(text) == std::string::npos) {
+            if (!pump_(outFd_, out_, end)) return out_.find(text) != std::string::npos;
+        }
+        return true;
     }
 
     pid_t pid() const { return pid_; }
@@ -186,6 +213,7 @@ private:
     pid_t pid_ = -1;
     bool exited_ = false;
     int signal_ = 0;
+    int inFd_ = -1;
     int outFd_ = -1;
     int errFd_ = -1;
     std::string out_;

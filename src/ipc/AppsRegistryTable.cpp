@@ -1,0 +1,246 @@
+// AppsRegistryTable: registration, heartbeat, exit hook and listing of the
+// machine's live domains. See AppsRegistryTable.h for the model.
+#include "ipc/AppsRegistryTable.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "core/types/KyJsonArray.h"
+#include "core/types/KyJsonObject.h"
+#include "ipc/IpcNames.h"
+
+namespace ky::ipc {
+
+using detail::RegistryLock;
+
+namespace {
+
+constexpr uint32_t kMaxPidsPerDomain = 16;
+
+// Swap-with-last inside the two parallel slot arrays of a row.
+void removeSlot(AppEntry& row, uint32_t j) {
+    if (j >= row.pidCount) return;
+    const uint32_t last = row.pidCount - 1;
+    row.pids[j] = row.pids[last];
+    row.pidLastSeenMs[j] = row.pidLastSeenMs[last];
+    row.pids[last] = 0;
+    row.pidLastSeenMs[last] = 0;
+    row.pidCount = last;
+}
+
+}  // namespace
+
+template <size_t Rows>
+typename AppsRegistryTable<Rows>::ProcessHooks& AppsRegistryTable<Rows>::ProcessHooks::instance() {
+    // Leaked on purpose: the exit hook runs after static destructors may have.
+    static ProcessHooks* hooks = new ProcessHooks;
+    return *hooks;
+}
+
+template <size_t Rows>
+KyString AppsRegistryTable<Rows>::objectName() {
+    ProcessHooks& hooks = ProcessHooks::instance();
+    std::lock_guard<std::mutex> lock(hooks.mtx_);
+    return hooks.objectName_;
+}
+
+template <size_t Rows>
+void AppsRegistryTable<Rows>::setObjectNameForTesting_(const KyString& name) {
+    ProcessHooks& hooks = ProcessHooks::instance();
+    std::lock_guard<std::mutex> lock(hooks.mtx_);
+    hooks.objectName_ = name;
+}
+
+template <size_t Rows>
+typename AppsRegistryTable<Rows>::Mapping AppsRegistryTable<Rows>::openOrCreate_() {
+    Mapping m;
+    m.layout = static_cast<Layout*>(detail::openOrCreateRegistry_(objectName(), sizeof(Layout),
+                                                                  detail::kAppsRegistryMagic,
+                                                                  detail::kAppsRegistryVersion));
+    return m;
+}
+
+template <size_t Rows>
+void AppsRegistryTable<Rows>::cleanupStale_locked_(Layout* layout, uint64_t now) {
+    RegistryHeader& h = layout->header;
+    if (h.count > Rows) h.count = Rows;
+    const bool tagRight = h.clockTag == detail::kRegistryClockTag;
+    uint32_t i = 0;
+    while (i < h.count) {
+        AppEntry& row = layout->rows[i];
+        if (row.pidCount > kMaxPidsPerDomain) row.pidCount = kMaxPidsPerDomain;
+        uint32_t j = 0;
+        while (j < row.pidCount) {
+            if (detail::registryRowStale_(row.pidLastSeenMs[j], row.pids[j], tagRight, now)) {
+                removeSlot(row, j);
+            } else {
+                ++j;
+            }
+        }
+        if (row.pidCount == 0) {
+            detail::removeRowSwapLast_(layout->rows, h.count, i);
+        } else {
+            ++i;
+        }
+    }
+}
+
+template <size_t Rows>
+void AppsRegistryTable<Rows>::touchRow_locked_(Layout* layout, const KyString& domain, uint32_t pid, uint64_t now) {
+    RegistryHeader& h = layout->header;
+    const uint64_t hash = detail::frameworkHash(domain);
+    const KyString shmName = KyString("/ky_ipc_registry_") + detail::sanitizeRegistrySuffix_(domain);
+    for (uint32_t i = 0; i < h.count; ++i) {
+        AppEntry& row = layout->rows[i];
+        if (row.hash != hash) continue;
+        row.lastSeenMs = now;
+        detail::copyTrunc(row.domain, sizeof(row.domain), domain);
+        detail::copyTrunc(row.shmName, sizeof(row.shmName), shmName);
+        for (uint32_t j = 0; j < row.pidCount; ++j) {
+            if (row.pids[j] == pid) {
+                row.pidLastSeenMs[j] = now;
+                return;
+            }
+        }
+        // A domain of sixteen processes keeps the seventeenth out, silently.
+        if (row.pidCount < kMaxPidsPerDomain) {
+            row.pids[row.pidCount] = pid;
+            row.pidLastSeenMs[row.pidCount] = now;
+            ++row.pidCount;
+        }
+        return;
+    }
+    if (h.count >= Rows) return;  // a full table is silent
+    AppEntry& row = layout->rows[h.count];
+    std::memset(&row, 0, sizeof(row));
+    row.hash = hash;
+    row.lastSeenMs = now;
+    row.pidCount = 1;
+    row.pids[0] = pid;
+    row.pidLastSeenMs[0] = now;
+    detail::copyTrunc(row.domain, sizeof(row.domain), domain);
+    detail::copyTrunc(row.shmName, sizeof(row.shmName), shmName);
+    ++h.count;
+}
+
+template <size_t Rows>
+void AppsRegistryTable<Rows>::ensureHeartbeat(const KyString& domain) {
+    ProcessHooks& hooks = ProcessHooks::instance();
+    {
+        std::lock_guard<std::mutex> lock(hooks.mtx_);
+        if (hooks.heartbeats_.count(domain)) return;
+    }
+    auto flag = detail::installRegistryHeartbeat_([domain] { heartbeatTick_(domain); });
+    if (!flag) return;
+    std::lock_guard<std::mutex> lock(hooks.mtx_);
+    if (!hooks.heartbeats_.emplace(domain, flag).second) flag->store(false);
+}
+
+template <size_t Rows>
+void AppsRegistryTable<Rows>::heartbeatTick_(const KyString& domain) {
+    Mapping m = openOrCreate_();
+    if (!m) return;
+    // Never wait on another process from the loop's fiber.
+    RegistryLock lock(&m.layout->header, RegistryLock::Try);
+    if (!lock.locked()) return;
+    const uint64_t now = detail::nowMs();
+    if (m.layout->header.clockTag != detail::kRegistryClockTag) m.layout->header.clockTag = detail::kRegistryClockTag;
+    cleanupStale_locked_(m.layout, now);
+    touchRow_locked_(m.layout, domain, static_cast<uint32_t>(::getpid()), now);
+}
+
+template <size_t Rows>
+void AppsRegistryTable<Rows>::registerDomain(const KyString& domain) {
+    static std::once_flag exitHookOnce;
+    std::call_once(exitHookOnce, [] { std::atexit(&ProcessHooks::onExit_); });
+    {
+        ProcessHooks& hooks = ProcessHooks::instance();
+        std::lock_guard<std::mutex> lock(hooks.mtx_);
+        hooks.domains_.insert(domain);
+    }
+    ensureHeartbeat(domain);
+
+    Mapping m = openOrCreate_();
+    if (!m) return;
+    RegistryLock lock(&m.layout->header, RegistryLock::Block);
+    if (!lock.locked()) return;
+    const uint64_t now = detail::nowMs();
+    cleanupStale_locked_(m.layout, now);
+    touchRow_locked_(m.layout, domain, static_cast<uint32_t>(::getpid()), now);
+}
+
+template <size_t Rows>
+void AppsRegistryTable<Rows>::ProcessHooks::onExit_() {
+    cleanup_(true);
+}
+
+template <size_t Rows>
+void AppsRegistryTable<Rows>::ProcessHooks::cleanup_(bool tryOnly) {
+    ProcessHooks& hooks = instance();
+    std::vector<KyString> domains;
+    {
+        std::lock_guard<std::mutex> lock(hooks.mtx_);
+        domains.assign(hooks.domains_.begin(), hooks.domains_.end());
+    }
+    const uint32_t self = static_cast<uint32_t>(::getpid());
+    for (const KyString& domain : domains) {
+        Mapping m = openOrCreate_();
+        if (!m) continue;
+        RegistryLock lock(&m.layout->header, tryOnly ? RegistryLock::Try : RegistryLock::Block);
+        if (!lock.locked()) continue;
+        RegistryHeader& h = m.layout->header;
+        const uint64_t now = detail::nowMs();
+        cleanupStale_locked_(m.layout, now);
+        const uint64_t hash = detail::frameworkHash(domain);
+        for (uint32_t i = 0; i < h.count; ++i) {
+            AppEntry& row = m.layout->rows[i];
+            if (row.hash != hash) continue;
+            for (uint32_t j = 0; j < row.pidCount; ++j) {
+                if (row.pids[j] == self) {
+                    removeSlot(row, j);
+                    break;
+                }
+            }
+            if (row.pidCount > 0) {
+                row.lastSeenMs = now;
+            } else {
+                detail::removeRowSwapLast_(m.layout->rows, h.count, i);
+            }
+            break;
+        }
+    }
+    std::lock_guard<std::mutex> lock(hooks.mtx_);
+    for (auto& [domain, flag] : hooks.heartbeats_) {
+        if (flag) flag->store(false);
+    }
+}
+
+template <size_t Rows>
+KyList<KyJsonValue> AppsRegistryTable<Rows>::snapshotDomains() {
+    KyList<KyJsonValue> out;
+    Mapping m = openOrCreate_();
+    if (!m) return out;
+    RegistryLock lock(&m.layout->header, RegistryLock::Block);
+    if (!lock.locked()) return out;
+    cleanupStale_locked_(m.layout, detail::nowMs());
+    const uint32_t count = m.layout->header.count < Rows ? m.layout->header.count : static_cast<uint32_t>(Rows);
+    for (uint32_t i = 0; i < count; ++i) {
+        const AppEntry& row = m.layout->rows[i];
+        KyJsonArray pids;
+        for (uint32_t j = 0; j < row.pidCount && j < kMaxPidsPerDomain; ++j) pids.append(KyJsonValue(row.pids[j]));
+        KyJsonObject o;
+        o.insert("domain", detail::boundedText(row.domain, sizeof(row.domain)));
+        o.insert("shmName", detail::boundedText(row.shmName, sizeof(row.shmName)));
+        o.insert("lastSeenMs", static_cast<double>(row.lastSeenMs));
+        o.insert("pids", KyJsonValue(std::move(pids)));
+        out.append(KyJsonValue(std::move(o)));
+    }
+    return out;
+}
+
+template class AppsRegistryTable<64>;
+
+}  // namespace ky::ipc

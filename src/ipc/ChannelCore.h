@@ -1,0 +1,127 @@
+// ChannelCore: the non-template half of Signal and RingQueue.
+//
+// The channel templates only encode and decode; everything that touches the
+// shared block (locking, counters, slot copies), the registries and the
+// wake-ups lives here once. Writers (publishSignal_, pushQueue_) take the
+// object's mutex with the blocking lock; readers in a loop pass only ever
+// try-lock, so a dead holder stalls that channel and never the loop. Wake-ups
+// go out after the unlock, so a listener that wakes always sees the write.
+// Functions here may be called from any thread; poll functions run on the
+// loop that polls.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "core/types/KyString.h"
+#include "ipc/Codec.h"
+#include "ipc/ShmMapping.h"
+
+namespace ky::ipc::detail {
+
+/// Shared between a signal subscription and its closure.
+struct SignalPollState {
+    uint64_t lastSeq = 0;
+    bool fireInitial = false;
+    bool initialDone = false;
+    std::atomic<uint8_t> busy{0};
+};
+
+/// Shared between a queue subscription and its closure.
+struct QueuePollState {
+    bool fireInitial = false;
+    bool initialDone = false;
+    std::atomic<uint8_t> busy{0};
+};
+
+/// Makes a closure non-reentrant: a callback that spins a nested loop is not
+/// called again from within.
+class BusyGuard {
+public:
+    explicit BusyGuard(std::atomic<uint8_t>& busy) : busy_(busy), acquired_(busy.exchange(1) == 0) {}
+    ~BusyGuard() {
+        if (acquired_) busy_.store(0);
+    }
+    bool acquired() const { return acquired_; }
+
+private:
+    std::atomic<uint8_t>& busy_;
+    bool acquired_;
+};
+
+/// Registers the channel's row in the signal registry (best effort).
+void registerChannel_(const KyString& domain, const KyString& object, const KyString& name, const KyString& shmName,
+                      uint64_t typeId, const KyString& typeName);
+/// Wakes every process subscribed to (domain, object, name), once each.
+void notifySubscribers_(const KyString& domain, const KyString& object, const KyString& name);
+
+/// Stores a publication in a signal block.
+void publishSignal_(ShmLayout<4096>* block, const uint8_t* payload, size_t size);
+/// The block's current seq (for a new subscription's starting point).
+uint64_t signalSeq_(ShmLayout<4096>* block);
+/// One pass of a signal closure: true with the payload copied out when there
+/// is a new (or pending initial) value to deliver.
+bool takeSignalValue_(ShmLayout<4096>* block, SignalPollState& state, uint8_t* out,
+                      size_t& size);
+
+/// Appends a message to a ring of `slots` slots; false when it is full.
+bool pushQueue_(void* queue, size_t slots, const uint8_t* payload, size_t size);
+/// One drain of a queue closure: every unconsumed message in order.
+void drainQueue_(void* queue, size_t slots, QueuePollState& state, std::vector<std::vector<uint8_t>>& out);
+
+/// "__rqsub__<pid>|<n>": the subscriber name of an anonymous queue consumer.
+KyString queueSubscriberName_(uint64_t n);
+
+/// Move-only handle of a subscription: ends it when stopped or destroyed.
+class SubscriptionHandle {
+public:
+    SubscriptionHandle() = default;
+    SubscriptionHandle(uint64_t id, KyString domain, KyString object, KyString signal, KyString subObject);
+    ~SubscriptionHandle();
+    SubscriptionHandle(SubscriptionHandle&& other) noexcept;
+    SubscriptionHandle& operator=(SubscriptionHandle&& other) noexcept;
+    SubscriptionHandle(const SubscriptionHandle&) = delete;
+    SubscriptionHandle& operator=(const SubscriptionHandle&) = delete;
+
+    /// Unregisters the subscriber row (once) and removes the poll task.
+    void stop();
+    /// Ends the subscription after timeoutMs on the calling thread's loop.
+    void stopAfter_(int timeoutMs);
+    uint64_t id() const { return id_; }
+    bool active() const { return active_ && active_->load(); }
+    const KyString& subObject() const { return subObject_; }
+
+private:
+    uint64_t id_ = 0;
+    KyString domain_;
+    KyString object_;
+    KyString signal_;
+    uint32_t pid_ = 0;
+    KyString subObject_;
+    // Shared with a timeout's closure, so the row is unregistered only once.
+    std::shared_ptr<std::atomic<bool>> active_;
+};
+
+/// Registers the subscriber row, adds the closure to the poller and returns the handle.
+SubscriptionHandle subscribe_(const KyString& domain, const KyString& object, const KyString& name,
+                              const KyString& subObject, std::function<void()> closure, int timeoutMs);
+
+/// The thread's subscriber object name, set by ScopedSubscriberObject.
+KyString currentSubscriberObject_();
+
+/// Sets the thread's subscriber object name for a scope; restores the earlier one.
+class ScopedSubscriberObject {
+public:
+    explicit ScopedSubscriberObject(const KyString& name);
+    ~ScopedSubscriberObject();
+    ScopedSubscriberObject(const ScopedSubscriberObject&) = delete;
+    ScopedSubscriberObject& operator=(const ScopedSubscriberObject&) = delete;
+
+private:
+    KyString previous_;
+};
+}  // namespace ky::ipc::detail

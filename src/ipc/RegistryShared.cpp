@@ -1,0 +1,186 @@
+// RegistryShared: opening of registry tables, the staleness rule, the table
+// lock and the registry event signal. See RegistryShared.h for the model.
+#include "ipc/RegistryShared.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <mutex>
+
+#include "core/runtime/KyCoreApplication.h"
+#include "core/runtime/KyEventLoop.h"
+#include "ipc/IpcNames.h"
+#include "ipc/Registry.h"
+#include "ipc/Signal.h"
+
+namespace ky::ipc::detail {
+
+namespace {
+
+// Mappings live until the process ends: rows are handed out as raw pointers
+// into them, and an unmapped table under a running heartbeat would crash it.
+// The map itself is leaked on purpose so that exit hooks may still use it
+// after static destructors have run.
+struct MappingCache {
+    std::mutex gMtx;
+    std::map<KyString, void*> mappings;
+};
+
+MappingCache& mappingCache() {
+    static MappingCache* cache = new MappingCache;
+    return *cache;
+}
+
+void* mapTable(const KyString& name, size_t size) {
+    int fd = -1;
+    do {
+        fd = ::shm_open(name.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0666);
+    } while (fd < 0 && errno == EINTR);
+    if (fd < 0) return nullptr;
+    // The umask would otherwise keep other users of the machine out.
+    (void)::fchmod(fd, 0666);
+    // Every opener sets the size: it never changes, and a creator that died
+    // between shm_open and ftruncate leaves an empty object behind.
+    int rc = 0;
+    do {
+        rc = ::ftruncate(fd, static_cast<off_t>(size));
+    } while (rc != 0 && errno == EINTR);
+    if (rc != 0) {
+        ::close(fd);
+        return nullptr;
+    }
+    void* addr = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    ::close(fd);
+    return addr == MAP_FAILED ? nullptr : addr;
+}
+
+void initSharedMutex(pthread_mutex_t* mutex) {
+    pthread_mutexattr_t attr;
+    if (::pthread_mutexattr_init(&attr) != 0) return;
+    ::pthread_mutexattr_setpshared(&attr, PTHREAD_PROCESS_SHARED);
+    ::pthread_mutex_init(mutex, &attr);
+    ::pthread_mutexattr_destroy(&attr);
+}
+
+}  // namespace
+
+KyString registryEventsObjectName_() { return KyString("__ky_ipc__"); }
+
+KyString registryEventsSignalName_() { return KyString("__registryChanged__"); }
+
+void* openOrCreateRegistry_(const KyString& name, size_t size, uint32_t magic, uint32_t version) {
+    MappingCache& cache = mappingCache();
+    {
+        std::lock_guard<std::mutex> lock(cache.gMtx);
+        auto it = cache.mappings.find(name);
+        if (it != cache.mappings.end()) return it->second;
+    }
+    void* addr = mapTable(name, size);
+    if (!addr) return nullptr;
+    auto* header = static_cast<RegistryHeader*>(addr);
+    // A registry holds nothing worth keeping, so a table of another format is
+    // taken over rather than refused.
+    if (header->magic != magic || header->version != version) {
+        std::memset(addr, 0, size);
+        header->magic = magic;
+        header->version = version;
+        initSharedMutex(&header->mutex);
+    }
+    // Stamps of another clock cannot be compared with ours: drop every row,
+    // but leave the mutex, which other processes may be holding.
+    if (header->clockTag != kRegistryClockTag) {
+        std::memset(static_cast<char*>(addr) + sizeof(RegistryHeader), 0, size - sizeof(RegistryHeader));
+        header->count = 0;
+        header->clockTag = kRegistryClockTag;
+    }
+    std::lock_guard<std::mutex> lock(cache.gMtx);
+    auto [it, inserted] = cache.mappings.emplace(name, addr);
+    if (!inserted) {
+        // Another thread mapped it first; its mapping is the one handed out.
+        ::munmap(addr, size);
+    }
+    return it->second;
+}
+
+std::shared_ptr<std::atomic<bool>> installRegistryHeartbeat_(std::function<void()> tick) {
+    // Checked here rather than left to the loop, which would log each time a
+    // thread without a loop registers: registries stay silent.
+    if (!KyCoreApplication::instance(false)) return nullptr;
+    auto flag = KyEventLoop::installSlowRuntime(kRegistryHeartbeatMs, std::move(tick));
+    if (!flag || !flag->load()) return nullptr;
+    return flag;
+}
+
+bool registryRowStale_(uint64_t stamp, uint32_t pid, bool clockTagRight, uint64_t now) {
+    if (stamp == 0 || pid == 0) return true;
+    if (clockTagRight && now >= stamp && now - stamp > kRegistryStaleMs) return true;
+    return processGone_(pid);
+}
+
+RegistryLock::RegistryLock(RegistryHeader* header, Mode mode) : header_(nullptr) {
+    if (!header) return;
+    const int rc = mode == Try ? ::pthread_mutex_trylock(&header->mutex) : ::pthread_mutex_lock(&header->mutex);
+    if (rc == 0) header_ = header;
+}
+
+RegistryLock::~RegistryLock() { unlock(); }
+
+void RegistryLock::unlock() {
+    if (!header_) return;
+    ::pthread_mutex_unlock(&header_->mutex);
+    header_ = nullptr;
+}
+
+namespace {
+
+// The event signal of one domain. Created outside the notifier mutex: its
+// construction registers the signal, which locks the shared tables.
+struct Notifier {
+    explicit Notifier(const KyString& domain)
+        : registry{domain, registryEventsObjectName_()}, signal(registry, registryEventsSignalName_()) {}
+    Registry registry;
+    Signal<uint64_t> signal;
+};
+
+struct NotifierMap {
+    std::mutex mtx;
+    std::map<KyString, std::shared_ptr<Notifier>> byDomain;
+};
+
+NotifierMap& notifiers() {
+    static NotifierMap* map = new NotifierMap;
+    return *map;
+}
+
+}  // namespace
+
+void notifyRegistryChangedBestEffort_(const KyString& domain) {
+    if (domain.isEmpty()) return;
+    try {
+        NotifierMap& map = notifiers();
+        std::shared_ptr<Notifier> notifier;
+        {
+            std::lock_guard<std::mutex> lock(map.mtx);
+            auto it = map.byDomain.find(domain);
+            if (it != map.byDomain.end()) notifier = it->second;
+        }
+        if (!notifier) {
+            auto made = std::make_shared<Notifier>(domain);
+            std::lock_guard<std::mutex> lock(map.mtx);
+            notifier = map.byDomain.emplace(domain, std::move(made)).first->second;
+        }
+        notifier->signal.publish(nowMs());
+    } catch (...) {
+        // Best effort: a domain whose event channel cannot be opened simply
+        // goes without change notices.
+    }
+}
+
+}  // namespace ky::ipc::detail

@@ -1,0 +1,204 @@
+// SubscribersRegistryTable: registration, heartbeat and listing of the
+// listeners of a domain. See SubscribersRegistryTable.h for the model.
+#include "ipc/SubscribersRegistryTable.h"
+
+#include <unistd.h>
+
+#include <cstring>
+
+#include "ipc/IpcNames.h"
+
+namespace ky::ipc {
+
+using detail::RegistryLock;
+
+namespace {
+
+// A stored field against an argument as it would have been stored: both are
+// cut to the field's width, so a signal name longer than its field still
+// matches the row it registered (and any other name sharing those bytes).
+bool fieldMatches(const char* field, size_t cap, const KyString& text) {
+    const std::string& bytes = text.toStdString();
+    const size_t want = bytes.size() < cap - 1 ? bytes.size() : cap - 1;
+    return detail::boundedLength(field, cap) == want && std::memcmp(field, bytes.data(), want) == 0;
+}
+
+}  // namespace
+
+template <size_t Rows>
+typename SubscribersRegistryTable<Rows>::ProcessHooks& SubscribersRegistryTable<Rows>::ProcessHooks::instance() {
+    // Leaked on purpose: heartbeats may still tick while statics are destroyed.
+    static ProcessHooks* hooks = new ProcessHooks;
+    return *hooks;
+}
+
+template <size_t Rows>
+KyString SubscribersRegistryTable<Rows>::objectName(const KyString& domain) {
+    return KyString("/ky_ipc_subs_") + detail::sanitizeRegistrySuffix_(domain);
+}
+
+template <size_t Rows>
+uint64_t SubscribersRegistryTable<Rows>::subscriptionHash_(const KyString& domain, const KyString& object,
+                                                           const KyString& signal, uint32_t pid,
+                                                           const KyString& subObject) {
+    KyString text = domain + "|" + object + "|" + signal + "|sub|" + KyString::number(pid);
+    if (!subObject.isEmpty()) text += KyString("|subObject|") + subObject;
+    return detail::frameworkHash(text);
+}
+
+template <size_t Rows>
+typename SubscribersRegistryTable<Rows>::Mapping SubscribersRegistryTable<Rows>::openOrCreate_(
+    const KyString& domain) {
+    Mapping m;
+    m.layout = static_cast<Layout*>(detail::openOrCreateRegistry_(objectName(domain), sizeof(Layout),
+                                                                  detail::kSubscriberRegistryMagic,
+                                                                  detail::kSubscriberRegistryVersion));
+    return m;
+}
+
+template <size_t Rows>
+void SubscribersRegistryTable<Rows>::cleanupStale_locked_(Layout* layout, uint64_t now) {
+    RegistryHeader& h = layout->header;
+    if (h.count > Rows) h.count = Rows;
+    const bool tagRight = h.clockTag == detail::kRegistryClockTag;
+    uint32_t i = 0;
+    while (i < h.count) {
+        const SubscriberEntry& row = layout->rows[i];
+        // A row without registrations is as dead as one without a process.
+        const bool stale = row.refCount == 0 || detail::registryRowStale_(row.lastSeenMs, row.pid, tagRight, now);
+        if (stale) {
+            detail::removeRowSwapLast_(layout->rows, h.count, i);
+        } else {
+            ++i;
+        }
+    }
+}
+
+template <size_t Rows>
+void SubscribersRegistryTable<Rows>::ensureHeartbeat(const KyString& domain) {
+    ProcessHooks& hooks = ProcessHooks::instance();
+    {
+        std::lock_guard<std::mutex> lock(hooks.mtx_);
+        if (hooks.heartbeats_.count(domain)) return;
+    }
+    auto flag = detail::installRegistryHeartbeat_([domain] { heartbeatTick_(domain); });
+    if (!flag) return;
+    std::lock_guard<std::mutex> lock(hooks.mtx_);
+    if (!hooks.heartbeats_.emplace(domain, flag).second) flag->store(false);
+}
+
+template <size_t Rows>
+void SubscribersRegistryTable<Rows>::heartbeatTick_(const KyString& domain) {
+    Mapping m = openOrCreate_(domain);
+    if (!m) return;
+    // Never wait on another process from the loop's fiber.
+    RegistryLock lock(&m.layout->header, RegistryLock::Try);
+    if (!lock.locked()) return;
+    const uint64_t now = detail::nowMs();
+    if (m.layout->header.clockTag != detail::kRegistryClockTag) m.layout->header.clockTag = detail::kRegistryClockTag;
+    cleanupStale_locked_(m.layout, now);
+    const uint32_t self = static_cast<uint32_t>(::getpid());
+    for (uint32_t i = 0; i < m.layout->header.count; ++i) {
+        if (m.layout->rows[i].pid == self) m.layout->rows[i].lastSeenMs = now;
+    }
+}
+
+template <size_t Rows>
+void SubscribersRegistryTable<Rows>::registerSubscription(const KyString& domain, const KyString& object,
+                                                          const KyString& signal, uint32_t pid,
+                                                          const KyString& subObject) {
+    ensureHeartbeat(domain);
+    Mapping m = openOrCreate_(domain);
+    if (!m) return;
+    RegistryLock lock(&m.layout->header, RegistryLock::Block);
+    if (!lock.locked()) return;
+    RegistryHeader& h = m.layout->header;
+    const uint64_t hash = subscriptionHash_(domain, object, signal, pid, subObject);
+    const uint64_t now = detail::nowMs();
+    cleanupStale_locked_(m.layout, now);
+
+    SubscriberEntry* row = nullptr;
+    for (uint32_t i = 0; i < h.count; ++i) {
+        if (m.layout->rows[i].hash == hash) {
+            row = &m.layout->rows[i];
+            break;
+        }
+    }
+    if (row) {
+        row->lastSeenMs = now;
+        row->pid = pid;
+        if (row->refCount != 0xFFFFFFFFu) ++row->refCount;
+        detail::copyTrunc(row->domain, sizeof(row->domain), domain);
+        detail::copyTrunc(row->object, sizeof(row->object), object);
+    } else {
+        if (h.count >= Rows) return;  // a full table is silent
+        row = &m.layout->rows[h.count];
+        std::memset(row, 0, sizeof(*row));
+        row->hash = hash;
+        row->lastSeenMs = now;
+        row->pid = pid;
+        row->refCount = 1;
+        detail::copyTrunc(row->domain, sizeof(row->domain), domain);
+        detail::copyTrunc(row->object, sizeof(row->object), object);
+        ++h.count;
+    }
+
+    // The subscriber object rides behind the signal's terminator, where the
+    // bounded comparisons of the signal field never look.
+    constexpr size_t cap = sizeof(row->signal);
+    detail::copyTrunc(row->signal, cap, signal);
+    const void* zero = std::memchr(row->signal, 0, cap);
+    if (!zero) {
+        row->signal[cap - 1] = 0;
+        return;
+    }
+    const size_t t = static_cast<size_t>(static_cast<const char*>(zero) - row->signal);
+    if (t < cap - 1) detail::copyTrunc(row->signal + t + 1, cap - t - 1, subObject);
+}
+
+template <size_t Rows>
+void SubscribersRegistryTable<Rows>::unregisterSubscription(const KyString& domain, const KyString& object,
+                                                            const KyString& signal, uint32_t pid,
+                                                            const KyString& subObject) {
+    Mapping m = openOrCreate_(domain);
+    if (!m) return;
+    RegistryLock lock(&m.layout->header, RegistryLock::Block);
+    if (!lock.locked()) return;
+    RegistryHeader& h = m.layout->header;
+    cleanupStale_locked_(m.layout, detail::nowMs());
+    const uint64_t hash = subscriptionHash_(domain, object, signal, pid, subObject);
+    for (uint32_t i = 0; i < h.count; ++i) {
+        SubscriberEntry& row = m.layout->rows[i];
+        if (row.hash != hash) continue;
+        if (row.refCount > 1) {
+            --row.refCount;
+        } else {
+            detail::removeRowSwapLast_(m.layout->rows, h.count, i);
+        }
+        return;
+    }
+}
+
+template <size_t Rows>
+void SubscribersRegistryTable<Rows>::listSubscriberPids(const KyString& domain, const KyString& object,
+                                                        const KyString& signal, std::vector<uint32_t>& out) {
+    out.clear();
+    Mapping m = openOrCreate_(domain);
+    if (!m) return;
+    RegistryLock lock(&m.layout->header, RegistryLock::Block);
+    if (!lock.locked()) return;
+    cleanupStale_locked_(m.layout, detail::nowMs());
+    const uint32_t count = m.layout->header.count < Rows ? m.layout->header.count : static_cast<uint32_t>(Rows);
+    for (uint32_t i = 0; i < count; ++i) {
+        const SubscriberEntry& row = m.layout->rows[i];
+        if (row.pid == 0) continue;
+        if (!fieldMatches(row.domain, sizeof(row.domain), domain)) continue;
+        if (!fieldMatches(row.object, sizeof(row.object), object)) continue;
+        if (!fieldMatches(row.signal, sizeof(row.signal), signal)) continue;
+        out.push_back(row.pid);
+    }
+}
+
+template class SubscribersRegistryTable<512>;
+
+}  // namespace ky::ipc
