@@ -163,12 +163,12 @@ void BM_QueuePushAndDrain4K(benchmark::State& state) {
     RingQueue<100, KyString> queue(registry, "push-drain");
     ky::ipc::detail::QueuePollState poll;
     std::vector<uint8_t> payload(4096, 'q');
-    std::vector<std::vector<uint8_t>> out;
+    ky::ipc::detail::DrainedMessages out;
     for (auto _ : state) {
         ky::ipc::detail::pushQueue_(queue.mapping().layout(), 100, payload.data(), payload.size());
         out.clear();
         ky::ipc::detail::drainQueue_(queue.mapping().layout(), 100, poll, out);
-        benchmark::DoNotOptimize(out.data());
+        benchmark::DoNotOptimize(out.bytes.data());
     }
 }
 BENCHMARK(BM_QueuePushAndDrain4K);
@@ -179,12 +179,12 @@ void BM_QueueTypedPushAndDrain4K(benchmark::State& state) {
     RingQueue<100, KyString> queue(registry, "typed-push-drain");
     ky::ipc::detail::QueuePollState poll;
     const KyString text(std::string(4092, 'q'));
-    std::vector<std::vector<uint8_t>> out;
+    ky::ipc::detail::DrainedMessages out;
     for (auto _ : state) {
         queue.push(text);
         out.clear();
         ky::ipc::detail::drainQueue_(queue.mapping().layout(), 100, poll, out);
-        benchmark::DoNotOptimize(out.data());
+        benchmark::DoNotOptimize(out.bytes.data());
     }
 }
 BENCHMARK(BM_QueueTypedPushAndDrain4K);

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "core/runtime/KyCoreApplication.h"
 #include "core/runtime/KyTimer.h"
 #include "ipc/LoopPoller.h"
 #include "ipc/RegistryTable.h"
@@ -117,7 +118,7 @@ bool pushQueue_(void* queue, size_t slots, const uint8_t* payload, size_t size) 
     return true;
 }
 
-void drainQueue_(void* queue, size_t slots, QueuePollState& state, std::vector<std::vector<uint8_t>>& out) {
+void drainQueue_(void* queue, size_t slots, QueuePollState& state, DrainedMessages& out) {
     const bool initialPending = state.fireInitial && !state.initialDone;
     if (!initialPending && __atomic_load_n(queueHead(queue), __ATOMIC_ACQUIRE) ==
                                __atomic_load_n(queueSeq(queue), __ATOMIC_ACQUIRE)) {
@@ -130,7 +131,9 @@ void drainQueue_(void* queue, size_t slots, QueuePollState& state, std::vector<s
         const uint64_t m = head + 1;
         ShmQueueSlot<kPayloadCapacity>* slot = queueSlot(queue, slots, m);
         if (slot->seq == m && slot->size <= kPayloadCapacity) {
-            out.emplace_back(slot->payload, slot->payload + slot->size);
+            const size_t offset = out.bytes.size();
+            out.bytes.insert(out.bytes.end(), slot->payload, slot->payload + slot->size);
+            out.spans.emplace_back(offset, slot->size);
         }
         // A consumed slot keeps its number but not its bytes: requests may
         // carry passwords, and the object is readable by every local user.
@@ -142,6 +145,12 @@ void drainQueue_(void* queue, size_t slots, QueuePollState& state, std::vector<s
     }
     if (initialPending) state.initialDone = true;
     pthread_mutex_unlock(queueMutex(queue));
+}
+
+void schedulePollerPass_() {
+    if (KyCoreApplication* app = KyCoreApplication::instance()) {
+        app->postEventOnLane([] { LoopPoller::dispatchSelf_(); }, KyFiberLaneDefault);
+    }
 }
 
 KyString queueSubscriberName_(uint64_t n) {

@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "core/types/KyString.h"
@@ -29,6 +30,22 @@ struct SignalPollState {
     bool fireInitial = false;
     bool initialDone = false;
     std::atomic<uint8_t> busy{0};
+    std::atomic<bool> missed{false};
+};
+
+/// The messages of one drain, copied out back to back; the storage is kept
+/// between passes so that a steady stream allocates nothing.
+struct DrainedMessages {
+    std::vector<uint8_t> bytes;
+    std::vector<std::pair<size_t, size_t>> spans;  // offset, size
+
+    void clear() {
+        bytes.clear();
+        spans.clear();
+    }
+    size_t count() const { return spans.size(); }
+    const uint8_t* data(size_t i) const { return bytes.data() + spans[i].first; }
+    size_t size(size_t i) const { return spans[i].second; }
 };
 
 /// Shared between a queue subscription and its closure.
@@ -36,20 +53,32 @@ struct QueuePollState {
     bool fireInitial = false;
     bool initialDone = false;
     std::atomic<uint8_t> busy{0};
+    std::atomic<bool> missed{false};
+    DrainedMessages scratch;
 };
 
+/// Asks the loop of the calling thread for one more poller pass.
+void schedulePollerPass_();
+
 /// Makes a closure non-reentrant: a callback that spins a nested loop is not
-/// called again from within.
+/// called again from within. A pass that found the closure busy is not lost:
+/// when the outer call ends, one more pass is scheduled.
 class BusyGuard {
 public:
-    explicit BusyGuard(std::atomic<uint8_t>& busy) : busy_(busy), acquired_(busy.exchange(1) == 0) {}
+    BusyGuard(std::atomic<uint8_t>& busy, std::atomic<bool>& missed)
+        : busy_(busy), missed_(missed), acquired_(busy.exchange(1) == 0) {
+        if (!acquired_) missed_.store(true);
+    }
     ~BusyGuard() {
-        if (acquired_) busy_.store(0);
+        if (!acquired_) return;
+        busy_.store(0);
+        if (missed_.exchange(false)) schedulePollerPass_();
     }
     bool acquired() const { return acquired_; }
 
 private:
     std::atomic<uint8_t>& busy_;
+    std::atomic<bool>& missed_;
     bool acquired_;
 };
 
@@ -71,7 +100,7 @@ bool takeSignalValue_(ShmLayout<4096>* block, SignalPollState& state, uint8_t* o
 /// Appends a message to a ring of `slots` slots; false when it is full.
 bool pushQueue_(void* queue, size_t slots, const uint8_t* payload, size_t size);
 /// One drain of a queue closure: every unconsumed message in order.
-void drainQueue_(void* queue, size_t slots, QueuePollState& state, std::vector<std::vector<uint8_t>>& out);
+void drainQueue_(void* queue, size_t slots, QueuePollState& state, DrainedMessages& out);
 
 /// "__rqsub__<pid>|<n>": the subscriber name of an anonymous queue consumer.
 KyString queueSubscriberName_(uint64_t n);

@@ -65,12 +65,13 @@ public:
         auto state = std::make_shared<detail::QueuePollState>();
         state->fireInitial = fireInitial;
         auto closure = [state, mapping = mapping_, cb = std::move(cb)]() mutable {
-            detail::BusyGuard guard(state->busy);
+            detail::BusyGuard guard(state->busy, state->missed);
             if (!guard.acquired() || !mapping) return;
-            std::vector<std::vector<uint8_t>> messages;
+            detail::DrainedMessages& messages = state->scratch;
+            messages.clear();
             detail::drainQueue_(mapping->layout(), N, *state, messages);
-            for (const auto& bytes : messages) {
-                Decoder d{bytes.data(), bytes.size(), 0};
+            for (size_t i = 0; i < messages.count(); ++i) {
+                Decoder d{messages.data(i), messages.size(i), 0};
                 std::tuple<Args...> values;
                 if (!detail::readTuple(d, values)) continue;
                 std::apply(cb, values);

@@ -46,6 +46,21 @@ int openRetrying(const char* name, int flags) {
     return fd;
 }
 
+// An opener must not map past the end of the object (a queue of other
+// capacity under the same name, or a creator that died before sizing it):
+// the first access would kill the process. A creator still between its open
+// and its ftruncate gets a short grace.
+bool waitForFullSize(int fd, size_t size) {
+    for (int attempt = 0; attempt < 50; ++attempt) {
+        struct stat st{};
+        if (fstat(fd, &st) != 0) return false;
+        if (static_cast<size_t>(st.st_size) >= size) return true;
+        if (st.st_size != 0) return false;
+        usleep(1000);
+    }
+    return false;
+}
+
 }  // namespace
 
 void* openChannelObject_(const KyString& name, const ChannelObjectSpec& spec, uint64_t typeId) {
@@ -70,6 +85,10 @@ void* openChannelObject_(const KyString& name, const ChannelObjectSpec& spec, ui
         fd = openRetrying(cname, O_RDWR);
         if (fd < 0) throw std::runtime_error("shm_open(existing) failed");
         (void)fchmod(fd, 0666);
+        if (!waitForFullSize(fd, spec.size)) {
+            close(fd);
+            throw std::runtime_error("SHM layout mismatch (object smaller than its layout)");
+        }
     } else {
         throw std::runtime_error("shm_open failed");
     }

@@ -63,7 +63,7 @@ public:
         state->fireInitial = fireInitial;
         state->lastSeq = detail::signalSeq_(mapping_->layout());
         auto closure = [state, mapping = mapping_, cb = std::move(cb)]() mutable {
-            detail::BusyGuard guard(state->busy);
+            detail::BusyGuard guard(state->busy, state->missed);
             if (!guard.acquired()) return;
             uint8_t buffer[kPayloadCapacity];
             size_t size = 0;

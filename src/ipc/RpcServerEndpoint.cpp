@@ -1,0 +1,122 @@
+// RpcServerEndpoint: holders of exposed methods, the hop to the object's
+// thread and the cache of reply queues.
+#include "ipc/RpcServerEndpoint.h"
+
+#include <exception>
+
+#include "core/io/KyDebug.h"
+#include "core/runtime/KyThread.h"
+
+namespace ky::ipc {
+
+namespace {
+constexpr const char* kCategory = "ky.ipc.rpc";
+}  // namespace
+
+IpcSubscriptionHolder::IpcSubscriptionHolder(detail::SubscriptionHandle handle, std::shared_ptr<void> keep)
+    : handle_(std::move(handle)), keep_(std::move(keep)) {}
+
+IpcSubscriptionHolder::~IpcSubscriptionHolder() { stop(); }
+
+void IpcSubscriptionHolder::stop() {
+    handle_.stop();
+    keep_.reset();
+}
+
+namespace detail {
+
+RpcServerShared::RpcServerShared(std::shared_ptr<std::atomic<bool>> alive,
+                                 std::function<ky::atomic::Thread*()> threadOf)
+    : alive_(std::move(alive)), threadOf_(std::move(threadOf)) {}
+
+void RpcServerShared::runOnObjectThread_(std::function<void()> task) {
+    ky::atomic::Thread* thread = threadOf_ ? threadOf_() : nullptr;
+    // Posting under the live-thread lock: a thread that has just finished
+    // refuses, and the request is then served here rather than lost.
+    if (thread != nullptr && thread != ky::atomic::Thread::currentThread() &&
+        ky::atomic::Thread::postTaskIfLive_(thread, task)) {
+        return;
+    }
+    task();
+}
+
+std::shared_ptr<void> RpcServerShared::replyQueue_(const KyString& key,
+                                                   const std::function<std::shared_ptr<void>()>& make) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto it = replies_.find(key);
+    if (it != replies_.end()) return it->second;
+    try {
+        std::shared_ptr<void> queue = make();
+        replies_.emplace(key, queue);
+        return queue;
+    } catch (const std::exception& e) {
+        // A client whose reply type differs from this method's: it gets no
+        // reply and times out.
+        kyLogWarning(kCategory) << "rpc: cannot open reply queue" << key << ":" << e.what();
+        return nullptr;
+    }
+}
+
+void rpcReplyLost_(const RpcMethodSite& site, uint32_t pid, uint64_t id) {
+    kyLogWarning(kCategory) << "rpc: reply" << id << "of" << site.method << "to pid" << pid
+                            << "lost (reply queue full or payload too large)";
+}
+
+KyString rpcExceptionText_(std::exception_ptr error) {
+    try {
+        std::rethrow_exception(error);
+    } catch (const std::exception& e) {
+        return KyString(e.what());
+    } catch (...) {
+        return KyString("rpc: method failed");
+    }
+}
+
+}  // namespace detail
+
+RpcServerEndpoint::RpcServerEndpoint(Registry& registry, KyString subscriberObject,
+                                     std::shared_ptr<std::atomic<bool>> alive,
+                                     std::function<ky::atomic::Thread*()> threadOf)
+    : registry_(registry),
+      subscriberObject_(std::move(subscriberObject)),
+      shared_(std::make_shared<detail::RpcServerShared>(std::move(alive), std::move(threadOf))) {}
+
+RpcServerEndpoint::~RpcServerEndpoint() { stopAll(); }
+
+uint64_t RpcServerEndpoint::keep_(std::unique_ptr<IIpcSubscription> holder) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const uint64_t id = nextHolderId_++;
+    holders_.emplace(id, std::move(holder));
+    return id;
+}
+
+bool RpcServerEndpoint::stop(uint64_t holderId) {
+    std::unique_ptr<IIpcSubscription> holder;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto it = holders_.find(holderId);
+        if (it == holders_.end()) return false;
+        holder = std::move(it->second);
+        holders_.erase(it);
+    }
+    holder->stop();
+    return true;
+}
+
+void RpcServerEndpoint::stopAll() {
+    std::map<uint64_t, std::unique_ptr<IIpcSubscription>> holders;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        holders.swap(holders_);
+    }
+    // Stopped outside the mutex: a stop removes a poll task, which may wait
+    // for the poller's own lock.
+    for (auto& [id, holder] : holders) holder->stop();
+}
+
+size_t RpcServerEndpoint::exposedCount() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return holders_.size();
+}
+
+}  // namespace ky::ipc
