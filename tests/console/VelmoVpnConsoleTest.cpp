@@ -13,6 +13,7 @@
 #include "../support/KyTestProcess.h"
 #include "core/io/KyDir.h"
 #include "core/io/KyFile.h"
+#include "../support/KyTestIpc.h"
 
 namespace {
 
@@ -28,12 +29,16 @@ protected:
     KyString crashDir() const { return state_.path() + "/VelmoVpnConsole/crashes"; }
     std::vector<std::string> env(std::vector<std::string> extra = {}) const {
         extra.push_back("XDG_STATE_HOME=" + state_.path().toStdString());
+        // Its own IPC domain, so that the console meets no agent and leaves nothing behind.
+        extra.push_back("VELMO_IPC_DOMAIN=" + domain_.name().toStdString());
+        extra.push_back("KY_CONFIG_ROOT=" + state_.path().toStdString() + "/systemConfig");
         return extra;
     }
     // Starts the console and waits until its loop is about to run.
     bool startConsole(kytest::Child& child, const std::vector<std::string>& args = {}) {
         if (!child.start(consoleBinary(), args, env(), {"KY_LOGGING_RULES", "KY_DEBUG_RULES", "VELMO_CONSOLE_FAIL_AT_START"}))
             return false;
+        domain_.trackPid(static_cast<uint32_t>(child.pid()));
         return waitForLine(child, "Searching for VelmoVpnAgent backend...");
     }
     static bool waitForLine(kytest::Child& child, const std::string& text) { return child.waitForError(text, 30s); }
@@ -44,6 +49,7 @@ protected:
     }
 
     kytest::TempDir state_;
+    kytest::IpcDomain domain_{"console"};
 };
 
 TEST_F(VelmoVpnConsoleProcess, SigtermEndsTheConsoleWithExitCodeZero) {

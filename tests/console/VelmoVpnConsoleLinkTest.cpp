@@ -1,0 +1,125 @@
+// The console beside a real demo agent, both as real processes in a domain of
+// their own: finding the agent, following its snapshots, losing it and
+// finding it again, and ending cleanly. The console's state trail
+// ("velmo.console.state" lines on stderr) is what these tests watch; the test
+// process plays the user's part by calling the agent itself.
+#include <signal.h>
+
+#include <gtest/gtest.h>
+
+#include "../support/KyTestIpc.h"
+#include "../support/KyTestProcess.h"
+#include "console/VelmoVpnAgentProxy.h"
+#include "core/runtime/KyCoreApplication.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+class ConsoleWithAgent : public ::testing::Test {
+protected:
+    std::vector<std::string> env() const {
+        const std::string home = home_.path().toStdString();
+        return {"VELMO_IPC_DOMAIN=" + domain_.name().toStdString(), "HOME=" + home,
+                "XDG_CONFIG_HOME=" + home + "/config", "XDG_STATE_HOME=" + home + "/state",
+                "KY_CONFIG_ROOT=" + home + "/systemConfig"};
+    }
+    bool startConsole(kytest::Child& console) {
+        if (!console.start(kytest::helperPath("../../src/console/VelmoVpnConsole"), {}, env(),
+                           {"KY_LOGGING_RULES", "KY_DEBUG_RULES", "VELMO_CONSOLE_FAIL_AT_START"}))
+            return false;
+        domain_.trackPid(static_cast<uint32_t>(console.pid()));
+        return console.waitForError("Searching for VelmoVpnAgent backend...", 30s);
+    }
+    bool startAgent(kytest::Child& agent) {
+        if (!agent.start(kytest::helperPath("../../tools/velmo-demo-agent"),
+                         {"--domain", domain_.name().toStdString(), "--state-dir", home_.path().toStdString() + "/agent",
+                          "--seed", "7", "--catalog-size", "12"},
+                         env()))
+            return false;
+        domain_.trackPid(static_cast<uint32_t>(agent.pid()));
+        return agent.waitForText("velmo-demo-agent ready", 30s);
+    }
+    // Counts how often text appears in the console's stderr, waiting for at least n.
+    static bool waitForCount(kytest::Child& console, const std::string& text, size_t n) {
+        const auto end = std::chrono::steady_clock::now() + 30s;
+        while (count(console.err(), text) < n) {
+            if (std::chrono::steady_clock::now() > end) return false;
+            console.waitForError(text + "\x01", 200ms);  // pumps stderr for a while
+        }
+        return true;
+    }
+    static size_t count(const std::string& hay, const std::string& needle) {
+        size_t n = 0;
+        for (size_t p = hay.find(needle); p != std::string::npos; p = hay.find(needle, p + 1)) ++n;
+        return n;
+    }
+    VelmoVpnAgentProxy& user() {
+        if (!proxy_) proxy_ = std::make_unique<VelmoVpnAgentProxy>(domain_.name(), "velnet/VelmoVpnAgent", "test");
+        return *proxy_;
+    }
+
+    kytest::IpcDomain domain_{"link"};
+    kytest::TempDir home_;
+    KyCoreApplication app_;
+    std::unique_ptr<VelmoVpnAgentProxy> proxy_;
+};
+
+TEST_F(ConsoleWithAgent, FindsTheAgentFollowsItsSessionAndLosesAndRegainsIt) {
+    kytest::Child console;
+    ASSERT_TRUE(startConsole(console)) << console.err();
+    EXPECT_TRUE(console.waitForError("shell: loading", 30s)) << console.err();
+
+    kytest::Child agent;
+    ASSERT_TRUE(startAgent(agent)) << agent.err();
+    ASSERT_TRUE(console.waitForError("Backend auto-connected: velnet/VelmoVpnAgent", 30s)) << console.err();
+
+    ASSERT_TRUE(user().loginUser("", "demo@velmo.net", "velmo-demo", 5000)) << user().lastError("loginUser");
+    ASSERT_TRUE(console.waitForError("auth: Signed in", 30s)) << console.err();
+    EXPECT_TRUE(console.waitForError("shell: console", 30s)) << console.err();
+    EXPECT_TRUE(console.waitForError("catalog: VPN catalog ready", 30s)) << console.err();
+
+    // The agent dies: the console notices, shows the loading surface, and
+    // keeps the session words for when the agent is back.
+    ::kill(agent.pid(), SIGKILL);
+    agent.kill();
+    ASSERT_TRUE(console.waitForError("Backend lost", 30s)) << console.err();
+    EXPECT_TRUE(console.waitForError("auth: Client agent disconnected", 30s)) << console.err();
+    EXPECT_TRUE(waitForCount(console, "shell: loading", 2)) << console.err();
+
+    // A new agent restores the remembered session; the console binds again by itself.
+    kytest::Child again;
+    ASSERT_TRUE(startAgent(again)) << again.err();
+    ASSERT_TRUE(waitForCount(console, "Backend auto-connected: velnet/VelmoVpnAgent", 2)) << console.err();
+    EXPECT_TRUE(waitForCount(console, "auth: Signed in", 2)) << console.err();
+
+    ASSERT_EQ(::kill(console.pid(), SIGTERM), 0);
+    EXPECT_EQ(console.finish(60s), 0) << console.err();
+    // The console never takes the agent down with it.
+    EXPECT_EQ(::kill(again.pid(), 0), 0);
+}
+
+TEST_F(ConsoleWithAgent, AWrongPasswordShowsTheAgentsErrorAndTheLoginShell) {
+    kytest::Child agent;
+    ASSERT_TRUE(startAgent(agent)) << agent.err();
+    kytest::Child console;
+    ASSERT_TRUE(startConsole(console)) << console.err();
+    ASSERT_TRUE(console.waitForError("Backend auto-connected", 30s)) << console.err();
+    user().loginUser("", "demo@velmo.net", "wrong", 5000);
+    ASSERT_TRUE(console.waitForError("auth: ", 30s));
+    // "logged_out" with an error: the error is the status text, and once the
+    // first seconds are over the login shell comes up.
+    EXPECT_TRUE(console.waitForError("shell: login", 30s)) << console.err();
+    ASSERT_EQ(::kill(console.pid(), SIGTERM), 0);
+    EXPECT_EQ(console.finish(60s), 0) << console.err();
+}
+
+TEST_F(ConsoleWithAgent, SigtermEndsAnUnboundConsoleCleanly) {
+    kytest::Child console;
+    ASSERT_TRUE(startConsole(console)) << console.err();
+    ASSERT_EQ(::kill(console.pid(), SIGTERM), 0);
+    EXPECT_EQ(console.finish(60s), 0) << console.err();
+    EXPECT_EQ(console.err().find("Backend auto-connected"), std::string::npos);
+}
+
+}  // namespace

@@ -1,0 +1,345 @@
+// Tests of the kyipc tool as a user runs it: the real executable against a
+// real peer process (ky_kyipc_target) that publishes, subscribes and serves
+// with the typed channel templates, over real shared memory and wake-up
+// sockets. Each test works in a domain of its own and removes every shared
+// object the processes made in it.
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "core/types/KyJsonDocument.h"
+#include "ipc/IpcNames.h"
+#include "ipc/SubscribersRegistryTable.h"
+#include "../support/KyTestLoop.h"
+#include "../support/KyTestProcess.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using ky::ipc::detail::make_shm_name;
+
+constexpr const char* kObject = "demo/Target";
+constexpr auto kLong = std::chrono::milliseconds(60000);
+
+KyString kyipcPath() { return kytest::helperPath("../../tools/kyipc"); }
+
+struct ToolRun {
+    int code = -1;
+    std::string out;
+    std::string err;
+};
+
+class KyIpcTool : public ::testing::Test {
+protected:
+    void SetUp() override {
+        static std::atomic<int> counter{0};
+        domain_ = "kyipc-test-" + std::to_string(::getpid()) + "-" + std::to_string(counter++);
+    }
+
+    void TearDown() override {
+        if (targetPid_ > 0) {
+            target_.closeInput();
+            target_.finish(kLong);
+        }
+        const std::vector<std::string> channels = {"status", "command", "later", "__rpc__|100|check",
+                                                   "__rpc__|100|ping", "__rpc__|100|stall",
+                                                   "__rpc__|10|idle"};
+        std::vector<std::string> names;
+        for (const std::string& c : channels) names.push_back(make_shm_name(domain_, kObject, c).toStdString());
+        names.push_back(make_shm_name(domain_, "__ky_ipc__", "__registryChanged__").toStdString());
+        const KyString suffix = ky::ipc::detail::sanitizeRegistrySuffix_(domain_);
+        names.push_back("/ky_ipc_registry_" + suffix.toStdString());
+        names.push_back("/ky_ipc_subs_" + suffix.toStdString());
+        std::vector<pid_t> pids = toolPids_;
+        if (targetPid_ > 0) pids.push_back(targetPid_);
+        for (pid_t pid : pids) {
+            names.push_back("/ky_ipc_dispatch_tbl_v1_" + std::to_string(pid));
+            for (const char* method : {"100|check", "100|ping", "100|stall", "10|idle"}) {
+                const std::string reply = std::string("__rpc_ret__|") + method + "|" + std::to_string(pid);
+                names.push_back(make_shm_name(domain_, kObject, reply).toStdString());
+            }
+        }
+        for (const std::string& name : names) ::shm_unlink(name.c_str());
+    }
+
+    void startTarget() {
+        ASSERT_TRUE(target_.start(kytest::helperPath("ky_kyipc_target"), {domain_}));
+        targetPid_ = target_.pid();
+        ASSERT_TRUE(target_.waitForText("ready", kLong)) << target_.err();
+    }
+
+    // Starts kyipc with args; the caller waits for it.
+    void startTool(kytest::Child& child, const std::vector<std::string>& args) {
+        ASSERT_TRUE(child.start(kyipcPath(), args));
+        toolPids_.push_back(child.pid());
+    }
+
+    ToolRun tool(const std::vector<std::string>& args) {
+        kytest::Child child;
+        ToolRun run;
+        startTool(child, args);
+        run.code = child.finish(kLong);
+        run.out = child.out();
+        run.err = child.err();
+        return run;
+    }
+
+    // True once process pid listens to (domain, object, signal): its
+    // starting point is then fixed, and a publication reaches it.
+    bool subscribed(pid_t pid, const std::string& signal) {
+        return kytest::waitUntil([&] {
+            std::vector<uint32_t> pids;
+            ky::ipc::SubscribersRegistryTable<512>::listSubscriberPids(domain_, kObject, signal, pids);
+            return std::find(pids.begin(), pids.end(), static_cast<uint32_t>(pid)) != pids.end();
+        }, kLong);
+    }
+
+    std::string domain_;
+    kytest::Child target_;
+    pid_t targetPid_ = -1;
+    std::vector<pid_t> toolPids_;
+};
+
+KyJsonValue parsed(const std::string& text) {
+    bool ok = false;
+    KyJsonDocument doc = KyJsonDocument::fromJson(text, &ok);
+    EXPECT_TRUE(ok) << text;
+    return doc.root();
+}
+
+int lines(const std::string& text) { return static_cast<int>(std::count(text.begin(), text.end(), '\n')); }
+
+}  // namespace
+
+TEST_F(KyIpcTool, WatchPrintsTheCurrentValueThenEachPublication) {
+    startTarget();
+    kytest::Child watch;
+    startTool(watch, {"watch", domain_, kObject, "status", "is", "--initial", "--count", "3", "--timeout", "60000"});
+    ASSERT_TRUE(watch.waitForText("is 7 \"ready\"\n", kLong)) << watch.err();
+    target_.writeInput("publish 8 second value\n");
+    ASSERT_TRUE(watch.waitForText("is 8 \"second value\"\n", kLong)) << watch.err();
+    target_.writeInput("publish -9 third\n");
+    EXPECT_EQ(watch.finish(kLong), 0) << watch.err();
+    EXPECT_EQ(watch.out(), "is 7 \"ready\"\nis 8 \"second value\"\nis -9 \"third\"\n");
+}
+
+TEST_F(KyIpcTool, WatchWithoutInitialSeesOnlyLaterValuesAsJson) {
+    startTarget();
+    kytest::Child watch;
+    startTool(watch, {"--json", "watch", domain_, kObject, "status", "is", "--count", "1", "--timeout", "60000"});
+    ASSERT_TRUE(subscribed(watch.pid(), "status"));
+    target_.writeInput("publish 12 twelve\n");
+    EXPECT_EQ(watch.finish(kLong), 0) << watch.err();
+    ASSERT_EQ(lines(watch.out()), 1);
+    const KyJsonValue line = parsed(watch.out());
+    EXPECT_EQ(line["signature"].toString(), KyString("is"));
+    EXPECT_EQ(line["values"][0].toInt(), 12);
+    EXPECT_EQ(line["values"][1].toString(), KyString("twelve"));
+}
+
+TEST_F(KyIpcTool, WatchFailsWhenTheCountIsNotReachedBeforeItsTimeout) {
+    startTarget();
+    const ToolRun run = tool({"watch", domain_, kObject, "status", "is", "--count", "2", "--timeout", "200"});
+    EXPECT_EQ(run.code, 1);
+    EXPECT_EQ(run.out, "");
+    EXPECT_NE(run.err.find("watch ended after 0 of 2 value(s)"), std::string::npos) << run.err;
+}
+
+TEST_F(KyIpcTool, ChannelsNobodyOpenedAreRefusedUnlessCreationIsAsked) {
+    startTarget();
+    const ToolRun missing = tool({"watch", domain_, kObject, "later", "s"});
+    EXPECT_EQ(missing.code, 1);
+    EXPECT_NE(missing.err.find("no signal"), std::string::npos) << missing.err;
+    EXPECT_NE(tool({"publish", domain_, kObject, "later", "s", "x"}).code, 0);
+
+    kytest::Child watch;
+    startTool(watch, {"watch", domain_, kObject, "later", "s", "--create", "--count", "1", "--timeout", "60000"});
+    ASSERT_TRUE(subscribed(watch.pid(), "later"));
+    const ToolRun publish = tool({"publish", domain_, kObject, "later", "s", "--", "--not-an-option"});
+    EXPECT_EQ(publish.code, 0) << publish.err;
+    EXPECT_EQ(watch.finish(kLong), 0) << watch.err();
+    EXPECT_EQ(watch.out(), "s \"--not-an-option\"\n");
+}
+
+TEST_F(KyIpcTool, PublishReachesATypedSubscriber) {
+    startTarget();
+    ASSERT_TRUE(subscribed(targetPid_, "command"));
+    const ToolRun run = tool({"publish", domain_, kObject, "command", "st", "hello world", "18446744073709551615"});
+    EXPECT_EQ(run.code, 0) << run.err;
+    EXPECT_EQ(run.out, "");
+    EXPECT_TRUE(target_.waitForText("command hello world 18446744073709551615\n", kLong)) << target_.out();
+
+    const ToolRun json = tool({"--json", "publish", domain_, kObject, "command", "st", "again", "1"});
+    EXPECT_EQ(json.code, 0) << json.err;
+    EXPECT_TRUE(parsed(json.out)["ok"].toBool());
+    EXPECT_TRUE(target_.waitForText("command again 1\n", kLong)) << target_.out();
+}
+
+TEST_F(KyIpcTool, CallPrintsTheServersResult) {
+    startTarget();
+    const ToolRun even = tool({"call", domain_, kObject, "check", "is", "4", "four", "--timeout", "60000"});
+    EXPECT_EQ(even.code, 0) << even.err;
+    EXPECT_EQ(even.out, "b true\n");
+    EXPECT_TRUE(target_.waitForText("request kyipc 4 four\n", kLong));
+
+    const ToolRun odd = tool({"call", domain_, kObject, "check", "is", "3", "three", "--timeout", "60000"});
+    EXPECT_EQ(odd.code, 0) << odd.err;
+    EXPECT_EQ(odd.out, "b false\n");
+
+    const ToolRun ping = tool({"--json", "call", domain_, kObject, "ping", "", "--timeout", "60000"});
+    EXPECT_EQ(ping.code, 0) << ping.err;
+    const KyJsonValue reply = parsed(ping.out);
+    EXPECT_TRUE(reply["ok"].toBool());
+    EXPECT_TRUE(reply["result"].toBool());
+}
+
+TEST_F(KyIpcTool, CallReportsTheServersErrorTimeoutsAndOversizedArguments) {
+    startTarget();
+    const ToolRun refused = tool({"call", domain_, kObject, "check", "is", "-2", "neg", "--timeout", "60000"});
+    EXPECT_EQ(refused.code, 1);
+    EXPECT_EQ(refused.out, "");
+    EXPECT_NE(refused.err.find("check: negative value -2"), std::string::npos) << refused.err;
+
+    const ToolRun stalled = tool({"--json", "call", domain_, kObject, "stall", "-", "--timeout", "200"});
+    EXPECT_EQ(stalled.code, 1);
+    EXPECT_NE(stalled.err.find("rpc: timeout"), std::string::npos) << stalled.err;
+    EXPECT_EQ(parsed(stalled.out)["error"].toString(), KyString("rpc: timeout"));
+
+    const ToolRun big = tool({"call", domain_, kObject, "check", "is", "1", std::string(5000, 'x')});
+    EXPECT_EQ(big.code, 1);
+    EXPECT_NE(big.err.find("rpc: request queue full (or payload too large)"), std::string::npos) << big.err;
+
+    const ToolRun absent = tool({"call", domain_, kObject, "nosuch", ""});
+    EXPECT_EQ(absent.code, 1);
+    EXPECT_NE(absent.err.find("no method nosuch"), std::string::npos) << absent.err;
+}
+
+TEST_F(KyIpcTool, CallOnAFullQueueOfAnotherCapacityFailsAtOnce) {
+    startTarget();
+    // Ten requests fill the undrained ring of capacity 10; each call gives up waiting.
+    for (int k = 0; k < 10; ++k) {
+        const ToolRun run = tool({"call", domain_, kObject, "idle", "i", std::to_string(k), "--capacity", "10",
+                                  "--timeout", "1"});
+        ASSERT_EQ(run.code, 1) << run.err;
+        ASSERT_NE(run.err.find("rpc: timeout"), std::string::npos) << run.err;
+    }
+    const ToolRun full = tool({"call", domain_, kObject, "idle", "i", "10", "--capacity", "10"});
+    EXPECT_EQ(full.code, 1);
+    EXPECT_NE(full.err.find("rpc: request queue full (or payload too large)"), std::string::npos) << full.err;
+    // At the default capacity the method does not exist.
+    EXPECT_NE(tool({"call", domain_, kObject, "idle", "i", "1"}).err.find("no method idle"), std::string::npos);
+}
+
+TEST_F(KyIpcTool, TypeMismatchNamesTheRemoteSignature) {
+    startTarget();
+    const char* mismatch = "SHM type mismatch (subscriber/publisher types differ)";
+    const ToolRun watch = tool({"watch", domain_, kObject, "status", "s"});
+    EXPECT_EQ(watch.code, 2);
+    EXPECT_NE(watch.err.find(mismatch), std::string::npos) << watch.err;
+    EXPECT_NE(watch.err.find("has signature \"is\" (int, KyString), not \"s\""), std::string::npos) << watch.err;
+
+    const ToolRun publish = tool({"publish", domain_, kObject, "status", "i", "5"});
+    EXPECT_EQ(publish.code, 2);
+    EXPECT_NE(publish.err.find("has signature \"is\""), std::string::npos) << publish.err;
+
+    const ToolRun call = tool({"call", domain_, kObject, "check", "si", "x", "1"});
+    EXPECT_EQ(call.code, 2);
+    EXPECT_NE(call.err.find(mismatch), std::string::npos) << call.err;
+    EXPECT_NE(call.err.find("has signature \"is\""), std::string::npos) << call.err;
+
+    // The helper's value is still there, untouched by the refused publish.
+    const ToolRun still = tool({"watch", domain_, kObject, "status", "is", "--initial", "--count", "1"});
+    EXPECT_EQ(still.code, 0) << still.err;
+    EXPECT_EQ(still.out, "is 7 \"ready\"\n");
+}
+
+TEST_F(KyIpcTool, SignalsTargetsAndAppsListTheHelpersRows) {
+    startTarget();
+    const std::string pid = std::to_string(targetPid_);
+
+    const ToolRun signalsText = tool({"signals", domain_});
+    EXPECT_EQ(signalsText.code, 0) << signalsText.err;
+    EXPECT_NE(signalsText.out.find("__rpc__|100|check"), std::string::npos) << signalsText.out;
+    const ToolRun signalsJson = tool({"--json", "signals", domain_});
+    bool sawStatus = false;
+    const KyJsonValue signalRows = parsed(signalsJson.out);
+    for (const KyJsonValue& row : signalRows.asArray()) {
+        if (row["signal"].toString() != KyString("status")) continue;
+        sawStatus = true;
+        EXPECT_EQ(row["object"].toString(), KyString(kObject));
+        EXPECT_EQ(row["signature"].toString(), KyString("is"));
+        EXPECT_EQ(row["pid"].toInt64(), targetPid_);
+        EXPECT_EQ(row["shmName"].toString(), make_shm_name(domain_, kObject, "status"));
+    }
+    EXPECT_TRUE(sawStatus) << signalsJson.out;
+
+    const std::string target = domain_ + "/" + kObject;
+    const ToolRun all = tool({"targets", domain_});
+    EXPECT_EQ(all.code, 0) << all.err;
+    EXPECT_EQ(all.out.rfind(target + "\n", 0), 0u) << all.out;
+    EXPECT_NE(all.out.find("check"), std::string::npos);
+    EXPECT_EQ(tool({"targets", domain_, "check", "ping"}).out.rfind(target + "\n", 0), 0u);
+    EXPECT_EQ(tool({"targets", domain_, "check", "nosuch"}).out, "");
+    const KyJsonValue targets = parsed(tool({"--json", "targets", domain_, "check"}).out);
+    ASSERT_EQ(targets.asArray().size(), 1u);
+    EXPECT_EQ(targets[0]["target"].toString(), KyString(target));
+    EXPECT_EQ(targets[0]["pid"].toInt64(), targetPid_);
+    bool sawCheck = false;
+    for (const KyJsonValue& m : targets[0]["methods"].asArray()) {
+        if (m["name"].toString() == KyString("check")) sawCheck = m["signature"].toString() == KyString("is");
+    }
+    EXPECT_TRUE(sawCheck);
+
+    const ToolRun apps = tool({"--json", "apps"});
+    EXPECT_EQ(apps.code, 0) << apps.err;
+    bool sawDomain = false;
+    const KyJsonValue appRows = parsed(apps.out);
+    for (const KyJsonValue& row : appRows.asArray()) {
+        if (row["domain"].toString() != KyString(domain_)) continue;
+        for (const KyJsonValue& p : row["pids"].asArray()) sawDomain = sawDomain || p.toInt64() == targetPid_;
+    }
+    EXPECT_TRUE(sawDomain) << apps.out;
+    const ToolRun appsText = tool({"apps"});
+    EXPECT_NE(appsText.out.find(domain_), std::string::npos);
+    EXPECT_NE(appsText.out.find(pid), std::string::npos);
+}
+
+TEST_F(KyIpcTool, BadCommandLinesExitWithTwoAndSayWhy) {
+    struct Row {
+        const char* name;
+        std::vector<std::string> args;
+        const char* message;
+    };
+    const std::string d = domain_;
+    const Row rows[] = {
+        {"bad signature letter", {"watch", d, kObject, "status", "iz"}, "letter 'z' at position 2"},
+        {"too few arguments", {"publish", d, kObject, "status", "is", "1"}, "takes 2 argument(s), 1 given"},
+        {"too many arguments", {"call", d, kObject, "ping", "", "1"}, "takes 0 argument(s), 1 given"},
+        {"word for int", {"publish", d, kObject, "status", "is", "abc", "x"}, "\"abc\" is not an int"},
+        {"maybe for bool", {"call", d, kObject, "check", "b", "maybe"}, "\"maybe\" is not a bool"},
+        {"unknown command", {"frobnicate"}, "unknown command \"frobnicate\""},
+        {"no command", {}, "no command given"},
+        {"unknown option", {"apps", "--colour"}, "unknown option --colour"},
+        {"count of zero", {"watch", d, kObject, "status", "is", "--count", "0"}, "--count needs a whole number"},
+        {"option for another command", {"call", d, kObject, "ping", "", "--initial"}, "--initial applies to watch"},
+        {"missing watch words", {"watch", d, kObject}, "usage: kyipc watch"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const ToolRun run = tool(row.args);
+        EXPECT_EQ(run.code, 2);
+        EXPECT_EQ(run.out, "");
+        EXPECT_NE(run.err.find(row.message), std::string::npos) << run.err;
+    }
+    // None of them touched the domain.
+    const KyString suffix = ky::ipc::detail::sanitizeRegistrySuffix_(domain_);
+    EXPECT_LT(::shm_open(("/ky_ipc_registry_" + suffix.toStdString()).c_str(), O_RDONLY, 0), 0);
+    EXPECT_LT(::shm_open(make_shm_name(domain_, kObject, "status").c_str(), O_RDONLY, 0), 0);
+}
