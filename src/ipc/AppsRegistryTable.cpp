@@ -129,14 +129,7 @@ void AppsRegistryTable<Rows>::touchRow_locked_(Layout* layout, const KyString& d
 template <size_t Rows>
 void AppsRegistryTable<Rows>::ensureHeartbeat(const KyString& domain) {
     ProcessHooks& hooks = ProcessHooks::instance();
-    {
-        std::lock_guard<std::mutex> lock(hooks.mtx_);
-        if (hooks.heartbeats_.count(domain)) return;
-    }
-    auto flag = detail::installRegistryHeartbeat_([domain] { heartbeatTick_(domain); });
-    if (!flag) return;
-    std::lock_guard<std::mutex> lock(hooks.mtx_);
-    if (!hooks.heartbeats_.emplace(domain, flag).second) flag->store(false);
+    detail::ensureRegistryHeartbeat_(hooks.mtx_, hooks.heartbeats_, domain, [domain] { heartbeatTick_(domain); });
 }
 
 template <size_t Rows>

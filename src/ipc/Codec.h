@@ -46,7 +46,20 @@ struct FixedCodec_ {
     static bool write(Encoder& e, const T& v) { return detail::writeBytes_(e, &v, sizeof(T)); }
     static bool read(Decoder& d, T& v) { return detail::readBytes_(d, &v, sizeof(T)); }
 };
-template <> struct Codec<bool> : FixedCodec_<bool> {};
+/// One byte; a reader takes any non-zero byte as true (a peer may send any).
+template <>
+struct Codec<bool> {
+    static bool write(Encoder& e, const bool& v) {
+        const uint8_t byte = v ? 1 : 0;
+        return detail::writeBytes_(e, &byte, 1);
+    }
+    static bool read(Decoder& d, bool& v) {
+        uint8_t byte = 0;
+        if (!detail::readBytes_(d, &byte, 1)) return false;
+        v = byte != 0;
+        return true;
+    }
+};
 template <> struct Codec<int> : FixedCodec_<int> {};
 template <> struct Codec<unsigned int> : FixedCodec_<unsigned int> {};
 template <> struct Codec<unsigned long> : FixedCodec_<unsigned long> {};

@@ -557,6 +557,23 @@ void KyRemoteObject::applyRemoteConfig(uint64_t senderId, const KyString& json) 
     remoteConfigReceived(senderId, merged);
 }
 
+bool KyRemoteObject::dropUserLayer_locked_(const KyJsonValue& before, KyList<ApplyCall_>& calls,
+                                           KyJsonObject& merged) {
+    const KyString userPath = userConfigPath();
+    KyString error;
+    if (KyFileInfo(userPath).isFile() && !KyFile::remove(userPath, &error))
+        kyLogWarning(kCategory) << "cannot remove the user configuration:" << error;
+    user_.setObject(KyJsonObject());
+    touched_.clear();
+    cancelUserDocSave_locked_();
+    recomputeMerged_locked();
+    const bool changed = merged_.root() != before;
+    if (changed) calls = refreshEntries_locked_();
+    merged = merged_.object();
+    publishConfig_(effectiveConfigJson_locked_(KyJsonDocument::Compact));
+    return changed;
+}
+
 bool KyRemoteObject::saveAsFactory() {
     KyList<ApplyCall_> calls;
     KyJsonObject merged;
@@ -568,18 +585,7 @@ bool KyRemoteObject::saveAsFactory() {
         if (!writeDocToFile_locked(factory, localConfigPath(), false)) return false;
         const KyJsonValue before = merged_.root();
         local_ = factory;
-        cancelUserDocSave_locked_();
-        const KyString userPath = userConfigPath();
-        KyString error;
-        if (KyFileInfo(userPath).isFile() && !KyFile::remove(userPath, &error))
-            kyLogWarning(kCategory) << "cannot remove the user configuration:" << error;
-        user_.setObject(KyJsonObject());
-        touched_.clear();
-        recomputeMerged_locked();
-        changed = merged_.root() != before;
-        if (changed) calls = refreshEntries_locked_();
-        merged = merged_.object();
-        publishConfig_(effectiveConfigJson_locked_(KyJsonDocument::Compact));
+        changed = dropUserLayer_locked_(before, calls, merged);
     }
     if (changed) {
         runApplyCalls_(calls);
@@ -595,20 +601,9 @@ bool KyRemoteObject::resetFactory() {
     bool clean = false;
     {
         KyMutexLocker lock(mutex_);
-        const KyString userPath = userConfigPath();
-        KyString error;
-        if (KyFileInfo(userPath).isFile() && !KyFile::remove(userPath, &error))
-            kyLogWarning(kCategory) << "cannot remove the user configuration:" << error;
-        clean = !KyFileInfo(userPath).isFile();
-        const KyJsonValue before = merged_.root();
-        user_.setObject(KyJsonObject());
-        touched_.clear();
-        cancelUserDocSave_locked_();
-        recomputeMerged_locked();
-        changed = merged_.root() != before;
-        if (changed) calls = refreshEntries_locked_();
-        merged = merged_.object();
-        publishConfig_(effectiveConfigJson_locked_(KyJsonDocument::Compact));
+        const KyJsonValue before = merged_.root();  // a copy: the layer drop recomputes merged_
+        changed = dropUserLayer_locked_(before, calls, merged);
+        clean = !KyFileInfo(userConfigPath()).isFile();
     }
     if (changed) {
         runApplyCalls_(calls);

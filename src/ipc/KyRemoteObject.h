@@ -191,6 +191,9 @@ private:
     KyList<ApplyCall_> refreshEntries_locked_();
     void scheduleUserDocSave_locked_();
     void cancelUserDocSave_locked_();
+    /// Empties the user layer (file, document, touched paths, pending save),
+    /// recomputes and publishes; true when the merged result moved from before.
+    bool dropUserLayer_locked_(const KyJsonValue& before, KyList<ApplyCall_>& calls, KyJsonObject& merged);
     void flushUserDocSave_locked_();
     void startShmConfigSubscription_locked();
     void publishConfig_(const KyString& effectiveJson);

@@ -183,4 +183,16 @@ void notifyRegistryChangedBestEffort_(const KyString& domain) {
     }
 }
 
+void ensureRegistryHeartbeat_(std::mutex& mtx, std::map<KyString, std::shared_ptr<std::atomic<bool>>>& heartbeats,
+                              const KyString& domain, std::function<void()> tick) {
+    {
+        std::lock_guard<std::mutex> lock(mtx);
+        if (heartbeats.count(domain)) return;
+    }
+    auto flag = installRegistryHeartbeat_(std::move(tick));
+    if (!flag) return;
+    std::lock_guard<std::mutex> lock(mtx);
+    if (!heartbeats.emplace(domain, flag).second) flag->store(false);
+}
+
 }  // namespace ky::ipc::detail

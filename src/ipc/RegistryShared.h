@@ -15,6 +15,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
+#include <mutex>
 #include <memory>
 #include <atomic>
 
@@ -155,6 +157,11 @@ void* openOrCreateRegistry_(const KyString& name, size_t size, uint32_t magic, u
 /// Runs tick every kRegistryHeartbeatMs on the calling thread's loop; null,
 /// without a message, when the thread has no loop.
 std::shared_ptr<std::atomic<bool>> installRegistryHeartbeat_(std::function<void()> tick);
+/// Installs tick as the domain's heartbeat unless heartbeats already holds
+/// one; without a loop on this thread nothing is recorded, so a later caller
+/// that has one installs it.
+void ensureRegistryHeartbeat_(std::mutex& mtx, std::map<KyString, std::shared_ptr<std::atomic<bool>>>& heartbeats,
+                              const KyString& domain, std::function<void()> tick);
 
 /// The staleness rule of every registry row: a zero stamp or pid, then age
 /// beyond kRegistryStaleMs (only when the clock tag is right and the stamp is

@@ -54,16 +54,7 @@ void RegistryTable<Rows>::cleanupStale_locked_(Layout* layout, uint64_t now) {
 template <size_t Rows>
 void RegistryTable<Rows>::ensureHeartbeat(const KyString& domain) {
     ProcessHooks& hooks = ProcessHooks::instance();
-    {
-        std::lock_guard<std::mutex> lock(hooks.mtx_);
-        if (hooks.heartbeats_.count(domain)) return;
-    }
-    auto flag = detail::installRegistryHeartbeat_([domain] { heartbeatTick_(domain); });
-    // Without a loop on this thread nothing runs; leave the domain open for a
-    // later caller that has one.
-    if (!flag) return;
-    std::lock_guard<std::mutex> lock(hooks.mtx_);
-    if (!hooks.heartbeats_.emplace(domain, flag).second) flag->store(false);
+    detail::ensureRegistryHeartbeat_(hooks.mtx_, hooks.heartbeats_, domain, [domain] { heartbeatTick_(domain); });
 }
 
 template <size_t Rows>

@@ -41,6 +41,7 @@
 #include <type_traits>
 
 #include "core/types/KyString.h"
+#include "ipc/DynamicRingQueue.h"
 #include "ipc/RingQueue.h"
 #include "ipc/TypeId.h"
 
@@ -79,18 +80,6 @@ KyString rpcResponseQueueNameFor_(int capacity, const KyString& method, uint32_t
 /// 50, 100, 200, 500, otherwise 100.
 size_t rpcSelectRingSize_(int capacity);
 
-/// Calls fn.template operator()<N>() with the ring size capacity selects.
-template <typename Fn>
-decltype(auto) withRpcRingSize_(int capacity, Fn&& fn) {
-    switch (rpcSelectRingSize_(capacity)) {
-        case 10: return fn.template operator()<10>();
-        case 25: return fn.template operator()<25>();
-        case 50: return fn.template operator()<50>();
-        case 200: return fn.template operator()<200>();
-        case 500: return fn.template operator()<500>();
-        default: return fn.template operator()<100>();
-    }
-}
 
 /// What a waiting call and the reply path share. It lives on the heap, held
 /// by the call and by its pending entry, so a reply or a timer that comes
@@ -189,7 +178,7 @@ public:
           pid_(static_cast<uint32_t>(getpid())),
           core_(std::make_shared<detail::RpcClientCore>()) {
         const int capacity = rpcQueueCapacityStorage_();
-        detail::withRpcRingSize_(capacity, [&]<size_t N>() { initQueuesCap_<N>(capacity); });
+        initQueues_(detail::rpcSelectRingSize_(capacity), capacity);
         start_();
     }
 
@@ -240,15 +229,17 @@ public:
     size_t pendingCount() const { return core_->pendingCount(); }
 
 private:
-    template <size_t N>
-    void initQueuesCap_(int capacity) {
-        using RequestQueue = RingQueue<N, uint64_t, uint32_t, KyString, Params...>;
-        using ReplyQueue = RingQueue<N, uint64_t, bool, KyString, R>;
+    // The ring size is a run-time value (one instantiation per signature,
+    // whatever the capacity setting), the capacity number goes into the names.
+    void initQueues_(size_t slots, int capacity) {
+        using RequestQueue = DynamicRingQueue<uint64_t, uint32_t, KyString, Params...>;
+        using ReplyQueue = DynamicRingQueue<uint64_t, bool, KyString, R>;
         // Opening the request queue does not subscribe to it: before the
         // server exists the calls simply wait in the ring.
-        auto request = std::make_shared<RequestQueue>(registry_, detail::rpcRequestQueueNameFor_(capacity, method_));
+        auto request =
+            std::make_shared<RequestQueue>(registry_, detail::rpcRequestQueueNameFor_(capacity, method_), slots);
         auto reply =
-            std::make_shared<ReplyQueue>(registry_, detail::rpcResponseQueueNameFor_(capacity, method_, pid_));
+            std::make_shared<ReplyQueue>(registry_, detail::rpcResponseQueueNameFor_(capacity, method_, pid_), slots);
         core_->joinReplyQueue_(reply->shmName());
         pushFn_ = [request](uint64_t id, uint32_t pid, const KyString& info, const Params&... params) {
             return request->push(id, pid, info, params...);

@@ -35,7 +35,7 @@
 #include "core/types/KyString.h"
 #include "ipc/ChannelCore.h"
 #include "ipc/Registry.h"
-#include "ipc/RingQueue.h"
+#include "ipc/DynamicRingQueue.h"
 #include "ipc/RpcMethodClient.h"
 
 namespace ky::atomic {
@@ -111,29 +111,29 @@ KyString rpcExceptionText_(std::exception_ptr error);
 /// A reply queue together with the site whose registry it refers to.
 template <typename Queue>
 struct RpcReplyEntry {
-    RpcReplyEntry(std::shared_ptr<RpcMethodSite> s, const KyString& name)
-        : site(std::move(s)), queue(site->registry, name) {}
+    RpcReplyEntry(std::shared_ptr<RpcMethodSite> s, const KyString& name, size_t slots)
+        : site(std::move(s)), queue(site->registry, name, slots) {}
     std::shared_ptr<RpcMethodSite> site;
     Queue queue;
 };
 
 /// Sends one reply through the client's reply queue (opened once per client and method).
-template <size_t N, typename R>
-void rpcRespondValueCap_(RpcServerShared& shared, const std::shared_ptr<RpcMethodSite>& site, uint64_t id,
-                         uint32_t pid, bool ok, const KyString& error, const R& value) {
-    using Entry = RpcReplyEntry<RingQueue<N, uint64_t, bool, KyString, R>>;
+template <typename R>
+void rpcRespondValueCap_(size_t slots, RpcServerShared& shared, const std::shared_ptr<RpcMethodSite>& site,
+                         uint64_t id, uint32_t pid, bool ok, const KyString& error, const R& value) {
+    using Entry = RpcReplyEntry<DynamicRingQueue<uint64_t, bool, KyString, R>>;
     const KyString name = rpcResponseQueueNameFor_(site->capacity, site->method, pid);
     const KyString key = site->registry.domain + KyString("|") + site->registry.object + KyString("|") + name +
                          KyString("#") + hex64(type_id<uint64_t, bool, KyString, R>());
     std::shared_ptr<void> erased =
-        shared.replyQueue_(key, [&]() -> std::shared_ptr<void> { return std::make_shared<Entry>(site, name); });
+        shared.replyQueue_(key, [&]() -> std::shared_ptr<void> { return std::make_shared<Entry>(site, name, slots); });
     if (!erased) return;
     if (!static_cast<Entry*>(erased.get())->queue.push(id, ok, error, value)) rpcReplyLost_(*site, pid, id);
 }
 
 /// Runs the method with the decoded arguments and replies.
-template <size_t N, typename R, typename Fn, typename... Params>
-void rpcInvokeNoCtx_(RpcServerShared& shared, const std::shared_ptr<RpcMethodSite>& site, Fn& fn, uint64_t id,
+template <typename R, typename Fn, typename... Params>
+void rpcInvokeNoCtx_(size_t slots, RpcServerShared& shared, const std::shared_ptr<RpcMethodSite>& site, Fn& fn, uint64_t id,
                      uint32_t pid, const Params&... params) {
     RpcReply<R> reply;
     try {
@@ -148,7 +148,7 @@ void rpcInvokeNoCtx_(RpcServerShared& shared, const std::shared_ptr<RpcMethodSit
         reply.error = rpcExceptionText_(std::current_exception());
     }
     if (!reply.ok) reply.value = R{};
-    rpcRespondValueCap_<N, R>(shared, site, id, pid, reply.ok, reply.error, reply.value);
+    rpcRespondValueCap_<R>(slots, shared, site, id, pid, reply.ok, reply.error, reply.value);
 }
 
 }  // namespace detail
@@ -170,9 +170,8 @@ public:
     template <typename R, typename... Params, typename Fn>
     uint64_t expose(const KyString& method, Fn fn, bool fireInitial) {
         const int capacity = rpcQueueCapacityStorage_();
-        return detail::withRpcRingSize_(capacity, [&]<size_t N>() {
-            return ipcExposeRpcNoCtxCap_<N, R, Params...>(capacity, method, std::move(fn), fireInitial);
-        });
+        return ipcExposeRpcNoCtxCap_<R, Params...>(detail::rpcSelectRingSize_(capacity), capacity, method,
+                                                   std::move(fn), fireInitial);
     }
 
     /// Ends one exposed method; false for an unknown id.
@@ -183,21 +182,23 @@ public:
     size_t exposedCount() const;
 
 private:
-    template <size_t N, typename R, typename... Params, typename Fn>
-    uint64_t ipcExposeRpcNoCtxCap_(int capacity, const KyString& method, Fn fn, bool fireInitial) {
+    // The ring size is a run-time value: one instantiation per signature.
+    template <typename R, typename... Params, typename Fn>
+    uint64_t ipcExposeRpcNoCtxCap_(size_t slots, int capacity, const KyString& method, Fn fn, bool fireInitial) {
         static_assert(!std::is_void_v<R>, "an RPC method replies with a value: use bool for methods without a result");
-        using RequestQueue = RingQueue<N, uint64_t, uint32_t, KyString, Params...>;
+        using RequestQueue = DynamicRingQueue<uint64_t, uint32_t, KyString, Params...>;
         auto site = std::make_shared<detail::RpcMethodSite>(
             detail::RpcMethodSite{Registry{registry_.domain, registry_.object}, method, capacity});
-        auto queue = std::make_shared<RequestQueue>(site->registry, detail::rpcRequestQueueNameFor_(capacity, method));
+        auto queue =
+            std::make_shared<RequestQueue>(site->registry, detail::rpcRequestQueueNameFor_(capacity, method), slots);
         auto function = std::make_shared<Fn>(std::move(fn));
-        auto handler = [shared = shared_, site, function](const uint64_t& id, const uint32_t& pid, const KyString&,
+        auto handler = [shared = shared_, site, function, slots](const uint64_t& id, const uint32_t& pid, const KyString&,
                                                           const Params&... params) {
             if (!shared->alive()) return;
-            shared->runOnObjectThread_([shared, site, function, id, pid, params...] {
+            shared->runOnObjectThread_([shared, site, function, slots, id, pid, params...] {
                 // The object may have died while the request travelled to its thread.
                 if (!shared->alive()) return;
-                detail::rpcInvokeNoCtx_<N, R>(*shared, site, *function, id, pid, params...);
+                detail::rpcInvokeNoCtx_<R>(slots, *shared, site, *function, id, pid, params...);
             });
         };
         detail::SubscriptionHandle handle;

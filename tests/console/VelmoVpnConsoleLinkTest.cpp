@@ -122,4 +122,23 @@ TEST_F(ConsoleWithAgent, SigtermEndsAnUnboundConsoleCleanly) {
     EXPECT_EQ(console.err().find("Backend auto-connected"), std::string::npos);
 }
 
+TEST_F(ConsoleWithAgent, AnIndependentPeerCallsTheAgentAndHearsItsSignals) {
+    kytest::Child agent;
+    ASSERT_TRUE(startAgent(agent)) << agent.err();
+    const std::string d = domain_.name().toStdString();
+    kytest::Child watch;
+    ASSERT_TRUE(watch.start(kytest::helperPath("ky_c_peer"),
+                            {"watch", d, "velnet/VelmoVpnAgent", "authState", "s", "--initial", "--count", "10",
+                             "--timeout", "30000"}));
+    domain_.trackPid(static_cast<uint32_t>(watch.pid()));
+    ASSERT_TRUE(watch.waitForText("ready\n", 30s)) << watch.err();
+    kytest::Child call;
+    ASSERT_TRUE(call.start(kytest::helperPath("ky_c_peer"), {"call", d, "velnet/VelmoVpnAgent", "loginUser", "sss", "",
+                                                              "demo@velmo.net", "velmo-demo", "--timeout", "5000"}));
+    domain_.trackPid(static_cast<uint32_t>(call.pid()));
+    EXPECT_EQ(call.finish(60s), 0) << call.out() << call.err();
+    EXPECT_NE(call.out().find("result true"), std::string::npos) << call.out();
+    EXPECT_TRUE(watch.waitForText("\"ready\"", 30s)) << watch.out();
+}
+
 }  // namespace

@@ -143,6 +143,8 @@ public:
     /// Reads both pipes to their end and reaps the child; the exit code, or -1
     /// (killed by a signal, or still running at the deadline).
     int finish(std::chrono::milliseconds deadline = std::chrono::seconds(60)) {
+        // A helper that serves until its input ends is told to stop here.
+        closeInput();
         const auto end = Clock::now() + deadline;
         while (outFd_ >= 0 || errFd_ >= 0) {
             pollfd fds[2];

@@ -1,0 +1,113 @@
+// DynamicRingQueue: a ring queue whose slot count is chosen at run time.
+//
+// The same bytes as RingQueue<N, Args...> (a queue of N slots opened by
+// either class is the same object), for callers that learn N only at run
+// time: the RPC layer picks its ring size from a process-wide setting, and
+// one instantiation per signature (instead of one per signature and size)
+// keeps the build of its many method types small. Threads and errors as for
+// RingQueue: construct and push from any thread, callbacks on the polling
+// loop, std::runtime_error from the constructor on a layout or signature
+// mismatch.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <tuple>
+
+#include "ipc/ChannelCore.h"
+#include "ipc/Codec.h"
+#include "ipc/IpcNames.h"
+#include "ipc/Registry.h"
+#include "ipc/TypeId.h"
+
+namespace ky::ipc {
+
+namespace detail {
+
+/// A mapped ring-queue object of some slot count; unmapped by its last owner.
+class QueueRegion {
+public:
+    /// Creates or opens the queue object by the channel rules; throws std::runtime_error.
+    static std::shared_ptr<QueueRegion> openOrCreate(const KyString& name, size_t slots, uint64_t typeId);
+    ~QueueRegion();
+    QueueRegion(const QueueRegion&) = delete;
+    QueueRegion& operator=(const QueueRegion&) = delete;
+
+    void* base() const { return base_; }
+    size_t slots() const { return slots_; }
+    const KyString& name() const { return name_; }
+
+private:
+    QueueRegion(const KyString& name, void* base, size_t slots) : name_(name), base_(base), slots_(slots) {}
+    KyString name_;
+    void* base_;
+    size_t slots_;
+};
+
+}  // namespace detail
+
+/// Message queue of a run-time number of slots for one signature.
+template <typename... Args>
+class DynamicRingQueue {
+public:
+    using Subscription = detail::SubscriptionHandle;
+
+    DynamicRingQueue(Registry& registry, const KyString& name, size_t slots)
+        : registry_(registry),
+          name_(name),
+          region_(detail::QueueRegion::openOrCreate(detail::make_shm_name(registry.domain, registry.object, name),
+                                                    slots, detail::type_id<Args...>())) {
+        detail::registerChannel_(registry.domain, registry.object, name, region_->name(), detail::type_id<Args...>(),
+                                 detail::type_name<Args...>());
+    }
+
+    /// Appends one message and wakes the consumer; false when full or over 4096 bytes.
+    bool push(const Args&... args) {
+        uint8_t buffer[kPayloadCapacity];
+        Encoder e{buffer, sizeof(buffer), 0};
+        if (!detail::encodeArgs(e, args...)) return false;
+        if (!detail::pushQueue_(region_->base(), region_->slots(), buffer, e.pos)) return false;
+        detail::notifySubscribers_(registry_.domain, registry_.object, name_);
+        return true;
+    }
+
+    /// Drains the queue into cb at each pass, as RingQueue::connect.
+    template <typename Fn>
+    Subscription connect(Fn cb, bool fireInitial = false, int timeoutMs = 0) {
+        auto state = std::make_shared<detail::QueuePollState>();
+        state->fireInitial = fireInitial;
+        auto closure = [state, region = region_, cb = std::move(cb)]() mutable {
+            detail::BusyGuard guard(state->busy, state->missed);
+            if (!guard.acquired()) return;
+            detail::DrainedMessages& messages = state->scratch;
+            messages.clear();
+            detail::drainQueue_(region->base(), region->slots(), *state, messages);
+            for (size_t i = 0; i < messages.count(); ++i) {
+                Decoder d{messages.data(i), messages.size(i), 0};
+                std::tuple<Args...> values;
+                if (!detail::readTuple(d, values)) continue;
+                std::apply(cb, values);
+            }
+        };
+        KyString subObject = detail::currentSubscriberObject_();
+        if (subObject.isEmpty()) subObject = detail::queueSubscriberName_(nextSubscriber_().fetch_add(1) + 1);
+        return detail::subscribe_(registry_.domain, registry_.object, name_, subObject, std::move(closure),
+                                  timeoutMs);
+    }
+
+    const KyString& name() const { return name_; }
+    const KyString& shmName() const { return region_->name(); }
+    size_t slots() const { return region_->slots(); }
+
+private:
+    static std::atomic<uint64_t>& nextSubscriber_() {
+        static std::atomic<uint64_t> counter{0};
+        return counter;
+    }
+
+    Registry& registry_;
+    KyString name_;
+    std::shared_ptr<detail::QueueRegion> region_;
+};
+
+}  // namespace ky::ipc
