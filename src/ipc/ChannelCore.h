@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -141,6 +142,34 @@ SubscriptionHandle subscribe_(const KyString& domain, const KyString& object, co
 
 /// The thread's subscriber object name, set by ScopedSubscriberObject.
 KyString currentSubscriberObject_();
+
+/// Subscribes cb to the queue at base (slots slots) as its draining
+/// consumer; keep holds the mapping alive for the closure. The subscriber
+/// name is the thread's subscriber object, or "__rqsub__<pid>|<n>" with n
+/// from counter.
+template <typename... Args, typename Fn>
+SubscriptionHandle connectQueue_(const KyString& domain, const KyString& object, const KyString& name,
+                                 std::shared_ptr<void> keep, void* base, size_t slots, Fn cb, bool fireInitial,
+                                 int timeoutMs, std::atomic<uint64_t>& counter) {
+    auto state = std::make_shared<QueuePollState>();
+    state->fireInitial = fireInitial;
+    auto closure = [state, keep = std::move(keep), base, slots, cb = std::move(cb)]() mutable {
+        BusyGuard guard(state->busy, state->missed);
+        if (!guard.acquired()) return;
+        DrainedMessages& messages = state->scratch;
+        messages.clear();
+        drainQueue_(base, slots, *state, messages);
+        for (size_t i = 0; i < messages.count(); ++i) {
+            Decoder d{messages.data(i), messages.size(i), 0};
+            std::tuple<Args...> values;
+            if (!readTuple(d, values)) continue;  // a message that does not decode is dropped
+            std::apply(cb, values);
+        }
+    };
+    KyString subObject = currentSubscriberObject_();
+    if (subObject.isEmpty()) subObject = queueSubscriberName_(counter.fetch_add(1) + 1);
+    return subscribe_(domain, object, name, subObject, std::move(closure), timeoutMs);
+}
 
 /// Sets the thread's subscriber object name for a scope; restores the earlier one.
 class ScopedSubscriberObject {

@@ -16,7 +16,6 @@
 #include <atomic>
 #include <functional>
 #include <memory>
-#include <tuple>
 #include <vector>
 
 #include "ipc/ChannelCore.h"
@@ -62,25 +61,8 @@ public:
     /// itself after that time.
     template <typename Fn>
     Subscription connect(Fn cb, bool fireInitial = false, int timeoutMs = 0) {
-        auto state = std::make_shared<detail::QueuePollState>();
-        state->fireInitial = fireInitial;
-        auto closure = [state, mapping = mapping_, cb = std::move(cb)]() mutable {
-            detail::BusyGuard guard(state->busy, state->missed);
-            if (!guard.acquired() || !mapping) return;
-            detail::DrainedMessages& messages = state->scratch;
-            messages.clear();
-            detail::drainQueue_(mapping->layout(), N, *state, messages);
-            for (size_t i = 0; i < messages.count(); ++i) {
-                Decoder d{messages.data(i), messages.size(i), 0};
-                std::tuple<Args...> values;
-                if (!detail::readTuple(d, values)) continue;
-                std::apply(cb, values);
-            }
-        };
-        KyString subObject = detail::currentSubscriberObject_();
-        if (subObject.isEmpty()) subObject = detail::queueSubscriberName_(nextSubscriber_().fetch_add(1) + 1);
-        return detail::subscribe_(registry_.domain, registry_.object, name_, subObject, std::move(closure),
-                                  timeoutMs);
+        return detail::connectQueue_<Args...>(registry_.domain, registry_.object, name_, mapping_, mapping_->layout(),
+                                              N, std::move(cb), fireInitial, timeoutMs, nextSubscriber_());
     }
 
     const KyString& name() const { return name_; }
