@@ -193,5 +193,22 @@ void removeRowSwapLast_(Row* rows, uint32_t& count, uint32_t i) {
     --count;
 }
 
+/// Removes every row for which stale(row, tagRight) holds, by swap-with-last;
+/// the row moved into a freed slot is tested in its turn. A count above the
+/// capacity (a foreign writer's damage) is clamped first.
+template <typename Row, typename Stale>
+void removeStaleRows_(RegistryHeader& h, Row* rows, uint32_t capacity, Stale stale) {
+    if (h.count > capacity) h.count = capacity;
+    const bool tagRight = h.clockTag == kRegistryClockTag;
+    uint32_t i = 0;
+    while (i < h.count) {
+        if (stale(rows[i], tagRight)) {
+            removeRowSwapLast_(rows, h.count, i);
+        } else {
+            ++i;
+        }
+    }
+}
+
 }  // namespace detail
 }  // namespace ky::ipc

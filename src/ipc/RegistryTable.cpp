@@ -36,19 +36,9 @@ typename RegistryTable<Rows>::Mapping RegistryTable<Rows>::openOrCreate_(const K
 
 template <size_t Rows>
 void RegistryTable<Rows>::cleanupStale_locked_(Layout* layout, uint64_t now) {
-    RegistryHeader& h = layout->header;
-    if (h.count > Rows) h.count = Rows;
-    const bool tagRight = h.clockTag == detail::kRegistryClockTag;
-    uint32_t i = 0;
-    while (i < h.count) {
-        const RegistryEntry& row = layout->rows[i];
-        if (detail::registryRowStale_(row.lastSeenMs, row.pid, tagRight, now)) {
-            // The row moved into slot i is tested on the next turn.
-            detail::removeRowSwapLast_(layout->rows, h.count, i);
-        } else {
-            ++i;
-        }
-    }
+    detail::removeStaleRows_(layout->header, layout->rows, Rows, [now](const RegistryEntry& row, bool tagRight) {
+        return detail::registryRowStale_(row.lastSeenMs, row.pid, tagRight, now);
+    });
 }
 
 template <size_t Rows>

@@ -58,20 +58,10 @@ typename SubscribersRegistryTable<Rows>::Mapping SubscribersRegistryTable<Rows>:
 
 template <size_t Rows>
 void SubscribersRegistryTable<Rows>::cleanupStale_locked_(Layout* layout, uint64_t now) {
-    RegistryHeader& h = layout->header;
-    if (h.count > Rows) h.count = Rows;
-    const bool tagRight = h.clockTag == detail::kRegistryClockTag;
-    uint32_t i = 0;
-    while (i < h.count) {
-        const SubscriberEntry& row = layout->rows[i];
+    detail::removeStaleRows_(layout->header, layout->rows, Rows, [now](const SubscriberEntry& row, bool tagRight) {
         // A row without registrations is as dead as one without a process.
-        const bool stale = row.refCount == 0 || detail::registryRowStale_(row.lastSeenMs, row.pid, tagRight, now);
-        if (stale) {
-            detail::removeRowSwapLast_(layout->rows, h.count, i);
-        } else {
-            ++i;
-        }
-    }
+        return row.refCount == 0 || detail::registryRowStale_(row.lastSeenMs, row.pid, tagRight, now);
+    });
 }
 
 template <size_t Rows>
