@@ -128,16 +128,19 @@ void BM_SignalRoundTripAcrossProcesses(benchmark::State& state) {
     auto sub = pong.connect([&](uint64_t v) { last = v; });
     // Wait until the child listens: its answer to a probe comes back.
     uint64_t n = 1;
-    for (;;) {
+    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (last != n && std::chrono::steady_clock::now() < giveUp) {
         ping.publish(n);
         const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(100);
         runUntil([&] { return last == n || std::chrono::steady_clock::now() > until; });
-        if (last == n) break;
     }
     for (auto _ : state) {
         ++n;
         ping.publish(n);
-        runUntil([&] { return last == n; });
+        if (!runUntil([&] { return last == n; })) {
+            state.SkipWithError("the partner stopped answering");
+            break;
+        }
     }
     state.counters["one_way_us"] = benchmark::Counter(2e-6 * state.iterations(),
                                                       benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
@@ -218,11 +221,18 @@ void BM_QueueThroughputAcrossProcesses(benchmark::State& state) {
     auto sub = done.connect([&](uint64_t v) { acknowledged = v; });
     const KyString message(std::string(252, 'm'));
     uint64_t sent = 0;
+    bool stalled = false;
     for (auto _ : state) {
-        while (!queue.push(message)) g_app->processEvent(false);
+        // A partner that stopped draining must end the case, not spin it for ever.
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (!stalled && !queue.push(message)) {
+            g_app->processEvent(false);
+            stalled = std::chrono::steady_clock::now() > deadline;
+        }
+        if (stalled) break;
         ++sent;
     }
-    runUntil([&] { return acknowledged >= sent; });
+    if (stalled || !runUntil([&] { return acknowledged >= sent; })) state.SkipWithError("the draining partner stalled");
     state.counters["msgs_per_s"] = benchmark::Counter(static_cast<double>(sent), benchmark::Counter::kIsRate);
     sub.stop();
     stopChild(child);
