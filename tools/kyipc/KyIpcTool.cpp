@@ -1,5 +1,5 @@
-// KyIpcInspector: the six commands of kyipc over the channel layer.
-#include "tools/kyipc/KyIpcInspector.h"
+// KyIpcTool: the six commands of kyipc over the channel layer.
+#include "tools/kyipc/KyIpcTool.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -128,9 +128,9 @@ KyString padded(const KyString& text, size_t width) {
 
 }  // namespace
 
-KyIpcInspector::KyIpcInspector(std::ostream& out, std::ostream& err) : out_(out), err_(err) {}
+KyIpcTool::KyIpcTool(std::ostream& out, std::ostream& err) : out_(out), err_(err) {}
 
-KyString KyIpcInspector::usage() {
+KyString KyIpcTool::usage() {
     return KyString(
         "usage: kyipc [--json] COMMAND ...\n"
         "  apps                                      live domains and their processes\n"
@@ -144,7 +144,7 @@ KyString KyIpcInspector::usage() {
         "Exit codes: 0 success, 1 failure, 2 bad command line or signature mismatch.\n");
 }
 
-int KyIpcInspector::run(const KyList<KyString>& args) {
+int KyIpcTool::run(const KyList<KyString>& args) {
     Options options;
     if (!parseOptions_(args, options)) return kExitUsage;
     json_ = options.json;
@@ -180,7 +180,7 @@ int KyIpcInspector::run(const KyList<KyString>& args) {
     return usageError_(KyString("unknown command \"") + command + "\"");
 }
 
-bool KyIpcInspector::parseOptions_(const KyList<KyString>& args, Options& options) {
+bool KyIpcTool::parseOptions_(const KyList<KyString>& args, Options& options) {
     bool positionalOnly = false;
     for (size_t k = 0; k < args.size(); ++k) {
         const KyString& word = args[k];
@@ -252,12 +252,12 @@ bool KyIpcInspector::parseOptions_(const KyList<KyString>& args, Options& option
     return true;
 }
 
-int KyIpcInspector::usageError_(const KyString& message) {
+int KyIpcTool::usageError_(const KyString& message) {
     err_ << "kyipc: " << message << "\n" << "Try 'kyipc --help'.\n" << std::flush;
     return kExitUsage;
 }
 
-int KyIpcInspector::failure_(const KyString& message, int code) {
+int KyIpcTool::failure_(const KyString& message, int code) {
     if (json_) {
         KyJsonObject o;
         o.insert("ok", false);
@@ -268,13 +268,13 @@ int KyIpcInspector::failure_(const KyString& message, int code) {
     return code;
 }
 
-void KyIpcInspector::printJson_(const KyJsonValue& value, bool compact) {
+void KyIpcTool::printJson_(const KyJsonValue& value, bool compact) {
     KyString text = KyJsonDocument::generateJson(value, compact ? KyJsonDocument::Compact : KyJsonDocument::Indented);
     if (!text.endsWith("\n")) text += "\n";
     out_ << text << std::flush;
 }
 
-int KyIpcInspector::openFailure_(const KyString& what, const KyString& domain, const KyString& object,
+int KyIpcTool::openFailure_(const KyString& what, const KyString& domain, const KyString& object,
                                  const KyString& name, const KyIpcSignature& given, size_t skipLetters) {
     auto describe = [](const KyIpcSignature& s) {
         return s.isEmpty() ? KyString("no arguments")
@@ -295,7 +295,7 @@ int KyIpcInspector::openFailure_(const KyString& what, const KyString& domain, c
     return failure_(message, what.contains("mismatch") ? kExitUsage : kExitFailed);
 }
 
-int KyIpcInspector::apps_(const Options& options) {
+int KyIpcTool::apps_(const Options& options) {
     if (options.words.size() != 1) return usageError_("apps takes no arguments");
     KyList<KyJsonValue> rows = AppsRegistryTable<64>::snapshotDomains();
     std::sort(rows.begin(), rows.end(), [](const KyJsonValue& a, const KyJsonValue& b) {
@@ -317,7 +317,7 @@ int KyIpcInspector::apps_(const Options& options) {
     return kExitOk;
 }
 
-int KyIpcInspector::signals_(const Options& options) {
+int KyIpcTool::signals_(const Options& options) {
     if (options.words.size() != 2) return usageError_("usage: kyipc signals DOMAIN");
     const KyString domain = options.words[1];
     KyList<KyJsonValue> rows = signalRows(domain);
@@ -347,7 +347,7 @@ int KyIpcInspector::signals_(const Options& options) {
     return kExitOk;
 }
 
-int KyIpcInspector::targets_(const Options& options) {
+int KyIpcTool::targets_(const Options& options) {
     if (options.words.size() < 2) return usageError_("usage: kyipc targets DOMAIN [METHOD...]");
     const KyString domain = options.words[1];
     KyList<RpcRequestSpec> specs;
@@ -402,7 +402,7 @@ int KyIpcInspector::targets_(const Options& options) {
     return kExitOk;
 }
 
-int KyIpcInspector::watch_(const Options& options) {
+int KyIpcTool::watch_(const Options& options) {
     if (options.words.size() != 5) return usageError_("usage: kyipc watch DOMAIN OBJECT SIGNAL SIG [--initial] "
                                                       "[--count N] [--timeout MS] [--create]");
     const KyString domain = options.words[1];
@@ -476,7 +476,7 @@ int KyIpcInspector::watch_(const Options& options) {
     return kExitOk;
 }
 
-int KyIpcInspector::publish_(const Options& options) {
+int KyIpcTool::publish_(const Options& options) {
     if (options.words.size() < 5) return usageError_("usage: kyipc publish DOMAIN OBJECT SIGNAL SIG ARGS...");
     const KyString domain = options.words[1];
     const KyString object = options.words[2];
@@ -520,7 +520,7 @@ int KyIpcInspector::publish_(const Options& options) {
     return kExitOk;
 }
 
-int KyIpcInspector::call_(const Options& options) {
+int KyIpcTool::call_(const Options& options) {
     if (options.words.size() < 5) {
         return usageError_("usage: kyipc call DOMAIN OBJECT METHOD SIG [ARGS...] [--timeout MS] [--capacity N]");
     }

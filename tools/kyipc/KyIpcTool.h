@@ -1,4 +1,4 @@
-// KyIpcInspector: the commands of the kyipc tool, which speaks the IPC
+// KyIpcTool: the commands of the kyipc tool, which speaks the IPC
 // protocol with signatures given on the command line.
 //
 // It reads the three registries (apps, signals, targets), samples a signal
@@ -29,7 +29,7 @@
 #include "tools/kyipc/KyIpcSignature.h"
 
 /// Runs one kyipc command line and reports through two streams.
-class KyIpcInspector {
+class KyIpcTool {
 public:
     static constexpr int kExitOk = 0;
     static constexpr int kExitFailed = 1;
@@ -39,7 +39,7 @@ public:
     /// Time a call waits for its reply unless --timeout says otherwise.
     static constexpr int kDefaultCallTimeoutMs = 2000;
 
-    KyIpcInspector(std::ostream& out, std::ostream& err);
+    KyIpcTool(std::ostream& out, std::ostream& err);
 
     /// Runs the command in args (the words after the program name); returns the exit code.
     int run(const KyList<KyString>& args);
