@@ -16,6 +16,7 @@
 #include <cmath>
 #include <memory>
 #include <numbers>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -45,13 +46,14 @@ struct Gui {
     std::unique_ptr<KyGuiApplication> app;
     std::unique_ptr<KyPlatformWindow> window;
     std::atomic<int> painted{0};
-    std::atomic<int> moved{0};
-    Clock::time_point lastMove;
+    Clock::time_point firstPaint;
     Display* display = nullptr;
 
     explicit Gui(KyWindowCallbacks callbacks = {}) {
         app = std::make_unique<KyGuiApplication>();
-        callbacks.paintRequested = [this](KyPlatformPaintEvent) { ++painted; };
+        callbacks.paintRequested = [this](KyPlatformPaintEvent) {
+            if (painted++ == 0) firstPaint = Clock::now();
+        };
         window = app->platformIntegration()->createWindow("bench", kWidth, kHeight, callbacks, {});
         window->show();
         display = static_cast<Display*>(window->nativeDisplay());
@@ -372,14 +374,34 @@ void BM_EventToCallbackLatency_RawXNextEvent(benchmark::State& state) {
 BENCHMARK(BM_EventToCallbackLatency_RawXNextEvent)->Iterations(1)->Unit(benchmark::kMillisecond);
 
 // From nothing to a window on screen: the loop, the connection, one window,
-// mapped and exposed (in process; the executable's own start is the same for both).
+// mapped, and its first Expose handled (in process, so the executable's own
+// start, the same for both, is left out; teardown is not timed).
 void BM_StartupToFirstExpose(benchmark::State& state) {
-    for (auto _ : state) Gui gui;
+    for (auto _ : state) {
+        const auto start = Clock::now();
+        Gui gui;
+        state.SetIterationTime(std::chrono::duration<double>(gui.firstPaint - start).count());
+    }
 }
-BENCHMARK(BM_StartupToFirstExpose)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_StartupToFirstExpose)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+// The runtime's share of the start-up above: a loop that runs its first
+// posted function (the first post warms the fiber pool) and goes away.
+void BM_StartupShare_CoreLoopFirstPost(benchmark::State& state) {
+    for (auto _ : state) {
+        const auto start = Clock::now();
+        KyCoreApplication loop;
+        Clock::time_point ran{};
+        loop.postEvent([&ran] { ran = Clock::now(); });
+        while (ran == Clock::time_point{}) loop.processEvent(false);
+        state.SetIterationTime(std::chrono::duration<double>(ran - start).count());
+    }
+}
+BENCHMARK(BM_StartupShare_CoreLoopFirstPost)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 void BM_StartupToFirstExpose_RawXlib(benchmark::State& state) {
     for (auto _ : state) {
+        const auto start = Clock::now();
         Display* d = XOpenDisplay(nullptr);
         const Window w = XCreateSimpleWindow(d, DefaultRootWindow(d), 0, 0, kWidth, kHeight, 0, 0, 0xF9F9F9);
         XSelectInput(d, w, ExposureMask);
@@ -387,14 +409,85 @@ void BM_StartupToFirstExpose_RawXlib(benchmark::State& state) {
         XEvent e;
         do XNextEvent(d, &e);
         while (e.type != Expose);
+        state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
         XCloseDisplay(d);
     }
 }
-BENCHMARK(BM_StartupToFirstExpose_RawXlib)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_StartupToFirstExpose_RawXlib)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+// Process start to first window: this program started again with a probe
+// switch, which maps one window (through KyGuiApplication, or as a bare Xlib
+// client) and says "shown" once its first Expose is handled. Timed from fork
+// to that line, so loading, the loop's warm-up and the connection all count.
+double spawnProbeMilliseconds(const char* self, const char* probe) {
+    int out[2];
+    if (::pipe(out) != 0) return -1;
+    const auto start = Clock::now();
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        ::dup2(out[1], 1);
+        ::execl(self, self, probe, static_cast<char*>(nullptr));
+        ::_exit(127);
+    }
+    ::close(out[1]);
+    char buf[16];
+    const bool shown = ::read(out[0], buf, sizeof buf) > 0;
+    const double ms = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+    ::close(out[0]);
+    ::waitpid(pid, nullptr, 0);
+    return shown ? ms : -1;
+}
+
+std::string gSelf;
+
+void processStartup(benchmark::State& state, const char* probe) {
+    for (auto _ : state) {
+        const double ms = spawnProbeMilliseconds(gSelf.c_str(), probe);
+        if (ms < 0) {
+            state.SkipWithError("the probe did not show its window");
+            return;
+        }
+        state.SetIterationTime(ms / 1000.0);
+    }
+}
+void BM_ProcessStartToFirstWindow(benchmark::State& state) { processStartup(state, "--probe-ky"); }
+void BM_ProcessStartToFirstWindow_BareXlib(benchmark::State& state) { processStartup(state, "--probe-xlib"); }
+// The runtime's share: a process whose loop runs one posted function (the
+// first post warms the fiber pool), and says "shown" then.
+void BM_ProcessStartToFirstPost_CoreLoopShare(benchmark::State& state) { processStartup(state, "--probe-core"); }
+BENCHMARK(BM_ProcessStartToFirstWindow)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(30);
+BENCHMARK(BM_ProcessStartToFirstPost_CoreLoopShare)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(30);
+BENCHMARK(BM_ProcessStartToFirstWindow_BareXlib)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(30);
+
+int runProbe(const std::string& probe) {
+    if (probe == "--probe-ky") {
+        Gui gui;
+    } else if (probe == "--probe-core") {
+        KyCoreApplication loop;
+        bool ran = false;
+        loop.postEvent([&ran] { ran = true; });
+        while (!ran) loop.processEvent(false);
+    } else {
+        Display* d = XOpenDisplay(nullptr);
+        if (!d) return 1;
+        const Window w = XCreateSimpleWindow(d, DefaultRootWindow(d), 0, 0, kWidth, kHeight, 0, 0, 0xF9F9F9);
+        XSelectInput(d, w, ExposureMask);
+        XMapWindow(d, w);
+        XEvent e;
+        do XNextEvent(d, &e);
+        while (e.type != Expose);
+    }
+    std::fputs("shown\n", stdout);
+    std::fflush(stdout);
+    return 0;
+}
 
 } // namespace
 
 int main(int argc, char** argv) {
+    if (argc == 2 && std::string(argv[1]).rfind("--probe-", 0) == 0) return runProbe(argv[1]);
+    gSelf = "/proc/self/exe";
+    if (char resolved[4096]; ::realpath("/proc/self/exe", resolved)) gSelf = resolved;
     if (!kytest::Xvfb::instance().running()) {
         std::fprintf(stderr, "bench_gui: Xvfb did not start\n");
         return 1;

@@ -98,12 +98,18 @@ void KyX11PlatformIntegration::initialize(KyGuiApplication* application) {
     if (!display_) throw std::runtime_error("Unable to connect to the X server.");
     XSetErrorHandler(&logXError);
     screen_ = DefaultScreen(display_);
-    wmDeleteWindow_ = XInternAtom(display_, "WM_DELETE_WINDOW", False);
-    clipboard_ = XInternAtom(display_, "CLIPBOARD", False);
-    targets_ = XInternAtom(display_, "TARGETS", False);
-    utf8String_ = XInternAtom(display_, "UTF8_STRING", False);
-    text_ = XInternAtom(display_, "TEXT", False);
-    internalClipboard_ = XInternAtom(display_, "KY_INTERNAL_CLIPBOARD", False);
+    // One round trip for all six: start-up waits on each one.
+    char* names[] = {const_cast<char*>("WM_DELETE_WINDOW"), const_cast<char*>("CLIPBOARD"),
+                     const_cast<char*>("TARGETS"),          const_cast<char*>("UTF8_STRING"),
+                     const_cast<char*>("TEXT"),             const_cast<char*>("KY_INTERNAL_CLIPBOARD")};
+    Atom atoms[6] = {};
+    XInternAtoms(display_, names, 6, False, atoms);
+    wmDeleteWindow_ = atoms[0];
+    clipboard_ = atoms[1];
+    targets_ = atoms[2];
+    utf8String_ = atoms[3];
+    text_ = atoms[4];
+    internalClipboard_ = atoms[5];
     ensureClipboardWindow_();
     if (KyCoreApplication* loop = KyCoreApplication::instance(false)) {
         // The dispatcher's thread only sees readiness; the events are drained
