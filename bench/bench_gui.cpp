@@ -70,6 +70,29 @@ struct Gui {
     }
 };
 
+// A pixmap of the window's size and a GC for it, as a raw Xlib client keeps them.
+struct RawSurface {
+    Display* d;
+    Pixmap pixmap;
+    GC gc;
+    RawSurface(Display* display, Window window) : d(display) {
+        pixmap = XCreatePixmap(d, window, kWidth, kHeight, static_cast<unsigned>(DefaultDepth(d, DefaultScreen(d))));
+        gc = XCreateGC(d, pixmap, 0, nullptr);
+        XSetGraphicsExposures(d, gc, False);
+    }
+    ~RawSurface() {
+        XFreeGC(d, gc);
+        XFreePixmap(d, pixmap);
+    }
+};
+
+// 16-bit glyph indices of a text, as a raw client prepares them once.
+std::vector<XChar2b> glyphsOf(const KyString& text) {
+    std::vector<XChar2b> glyphs;
+    for (char32_t c : text.toUtf32()) glyphs.push_back({static_cast<unsigned char>(c >> 8), static_cast<unsigned char>(c)});
+    return glyphs;
+}
+
 // The frame: a console of rows and cards, 260 fills, 100 rounded cards with
 // borders and 160 labels, centred or left-aligned, each clipped to its box.
 struct FrameItem {
@@ -127,19 +150,14 @@ void BM_ConsoleFrame_RawXlibSamePrimitives(benchmark::State& state) {
     Gui gui;
     Display* d = gui.display;
     const Window w = gui.window->nativeHandle();
-    const int depth = DefaultDepth(d, DefaultScreen(d));
-    const Pixmap pixmap = XCreatePixmap(d, w, kWidth, kHeight, static_cast<unsigned>(depth));
-    GC gc = XCreateGC(d, pixmap, 0, nullptr);
-    XSetGraphicsExposures(d, gc, False);
+    RawSurface surface(d, w);
+    const Pixmap pixmap = surface.pixmap;
+    GC gc = surface.gc;
     const KyLinuxFontCache::Resolved font = KyLinuxFontCache::resolve(d, kLabelFont);
     XSetFont(d, gc, font.font->fid);
     const auto items = consoleFrame();
     std::vector<std::vector<XChar2b>> glyphs;
-    for (const FrameItem& item : items) {
-        std::vector<XChar2b> g;
-        for (char32_t c : item.text.toUtf32()) g.push_back({static_cast<unsigned char>(c >> 8), static_cast<unsigned char>(c)});
-        glyphs.push_back(std::move(g));
-    }
+    for (const FrameItem& item : items) glyphs.push_back(glyphsOf(item.text));
     constexpr double pi = std::numbers::pi;
     std::vector<XPoint> points;
     for (auto _ : state) {
@@ -187,8 +205,6 @@ void BM_ConsoleFrame_RawXlibSamePrimitives(benchmark::State& state) {
         XCopyArea(d, pixmap, w, gc, 0, 0, kWidth, kHeight, 0, 0);
         XSync(d, False);
     }
-    XFreeGC(d, gc);
-    XFreePixmap(d, pixmap);
 }
 BENCHMARK(BM_ConsoleFrame_RawXlibSamePrimitives)->Unit(benchmark::kMicrosecond);
 
@@ -197,17 +213,13 @@ void BM_ConsoleFrame_RawFillCopySync(benchmark::State& state) {
     Gui gui;
     Display* d = gui.display;
     const Window w = gui.window->nativeHandle();
-    const Pixmap pixmap = XCreatePixmap(d, w, kWidth, kHeight, static_cast<unsigned>(DefaultDepth(d, DefaultScreen(d))));
-    GC gc = XCreateGC(d, pixmap, 0, nullptr);
-    XSetGraphicsExposures(d, gc, False);
+    RawSurface surface(d, w);
     for (auto _ : state) {
-        XSetForeground(d, gc, 0xF9F9F9);
-        XFillRectangle(d, pixmap, gc, 0, 0, kWidth, kHeight);
-        XCopyArea(d, pixmap, w, gc, 0, 0, kWidth, kHeight, 0, 0);
+        XSetForeground(d, surface.gc, 0xF9F9F9);
+        XFillRectangle(d, surface.pixmap, surface.gc, 0, 0, kWidth, kHeight);
+        XCopyArea(d, surface.pixmap, w, surface.gc, 0, 0, kWidth, kHeight, 0, 0);
         XSync(d, False);
     }
-    XFreeGC(d, gc);
-    XFreePixmap(d, pixmap);
 }
 BENCHMARK(BM_ConsoleFrame_RawFillCopySync)->Unit(benchmark::kMicrosecond);
 
@@ -225,8 +237,7 @@ void BM_DrawText40Chars_RawXDrawString16(benchmark::State& state) {
     GC gc = XCreateGC(d, gui.window->nativeHandle(), 0, nullptr);
     XFontStruct* font = KyLinuxFontCache::acquire(d, kLabelFont);
     XSetFont(d, gc, font->fid);
-    std::vector<XChar2b> g;
-    for (char32_t c : kLabel40.toUtf32()) g.push_back({static_cast<unsigned char>(c >> 8), static_cast<unsigned char>(c)});
+    const std::vector<XChar2b> g = glyphsOf(kLabel40);
     for (auto _ : state) XDrawString16(d, gui.window->nativeHandle(), gc, 10, 30, g.data(), static_cast<int>(g.size()));
     XSync(d, False);
     XFreeGC(d, gc);
@@ -244,8 +255,7 @@ BENCHMARK(BM_MeasureText40Chars);
 void BM_MeasureText40Chars_RawXTextExtents16(benchmark::State& state) {
     Gui gui;
     XFontStruct* font = KyLinuxFontCache::acquire(gui.display, kLabelFont);
-    std::vector<XChar2b> g;
-    for (char32_t c : kLabel40.toUtf32()) g.push_back({static_cast<unsigned char>(c >> 8), static_cast<unsigned char>(c)});
+    const std::vector<XChar2b> g = glyphsOf(kLabel40);
     for (auto _ : state) {
         int dir, ascent, descent;
         XCharStruct overall;
