@@ -215,6 +215,35 @@ int keypadCharacter(int key) {
     }
 }
 
+// The character of a legacy Cyrillic or Greek keysym (the ones Russian,
+// Ukrainian, Serbian and Greek layouts use), or 0. Cyrillic letters run in
+// KOI8 order from 0x6C0 (lower case) and 0x6E0 (upper case); the Greek
+// alphabet from 0x7E1 and 0x7C1 has sigma before final sigma, the other way
+// round from Unicode.
+int legacyKeysymCharacter(int key) {
+    static constexpr char16_t kCyrillicExtra[15] = {0x452, 0x453, 0x451, 0x454, 0x455, 0x456, 0x457, 0x458,
+                                                    0x459, 0x45A, 0x45B, 0x45C, 0x491, 0x45E, 0x45F};
+    static constexpr char16_t kCyrillicExtraUpper[15] = {0x402, 0x403, 0x401, 0x404, 0x405, 0x406, 0x407, 0x408,
+                                                         0x409, 0x40A, 0x40B, 0x40C, 0x490, 0x40E, 0x40F};
+    static constexpr char16_t kKoi8Lower[32] = {0x44E, 0x430, 0x431, 0x446, 0x434, 0x435, 0x444, 0x433,
+                                                0x445, 0x438, 0x439, 0x43A, 0x43B, 0x43C, 0x43D, 0x43E,
+                                                0x43F, 0x44F, 0x440, 0x441, 0x442, 0x443, 0x436, 0x432,
+                                                0x44C, 0x44B, 0x437, 0x448, 0x44D, 0x449, 0x447, 0x44A};
+    if (key >= 0x6A1 && key <= 0x6AF) return kCyrillicExtra[key - 0x6A1];
+    if (key == 0x6B0) return 0x2116; // numero sign
+    if (key >= 0x6B1 && key <= 0x6BF) return kCyrillicExtraUpper[key - 0x6B1];
+    if (key >= 0x6C0 && key <= 0x6DF) return kKoi8Lower[key - 0x6C0];
+    if (key >= 0x6E0 && key <= 0x6FF) return kKoi8Lower[key - 0x6E0] - 0x20;
+    auto greek = [](int offset, int base) {
+        if (offset == 17) return base + 18; // sigma
+        if (offset == 18) return base + 17; // final sigma (lower case only)
+        return base + offset;
+    };
+    if (key >= 0x7E1 && key <= 0x7F9) return greek(key - 0x7E1, 0x3B1);
+    if (key >= 0x7C1 && key <= 0x7D9 && key != 0x7D3) return greek(key - 0x7C1, 0x391);
+    return 0;
+}
+
 } // namespace
 
 bool KyWidgetPlatformAdapter::translateCharacter(int key, bool shift, bool caps, wchar_t& out) {
@@ -230,6 +259,11 @@ bool KyWidgetPlatformAdapter::translateCharacter(int key, bool shift, bool caps,
     // Keysyms 0x01000000 + code point name any Unicode character directly.
     if (key >= 0x01000100 && key <= 0x0110FFFF) {
         out = static_cast<wchar_t>(key - 0x01000000);
+        return true;
+    }
+    // Layouts beyond Latin-1 send letters already in their case.
+    if (const int c = legacyKeysymCharacter(key)) {
+        out = static_cast<wchar_t>(c);
         return true;
     }
     if (const int c = keypadCharacter(key)) {

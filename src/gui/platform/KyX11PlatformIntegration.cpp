@@ -293,11 +293,11 @@ void KyX11PlatformIntegration::handleKey_(XKeyEvent& event) {
     if ((event.state & (ControlMask | Mod1Mask)) == 0) {
         if (count > 0) {
             key.hasText = firstTypedCharacter(bytes, count, key.text);
-        } else if (keysym >= 0x01000100 && keysym <= 0x0110FFFF) {
-            // Keysyms beyond Latin-1 type nothing through XLookupString; the
-            // Unicode ones name their character.
-            key.text = static_cast<wchar_t>(keysym - 0x01000000);
-            key.hasText = true;
+        } else if (keysym > 0xFF) {
+            // Keysyms beyond Latin-1 (a Cyrillic or Greek layout, Unicode
+            // keysyms) type nothing through XLookupString: their character
+            // comes from the keysym itself, already in its case.
+            key.hasText = KyWidgetPlatformAdapter::translateCharacter(static_cast<int>(keysym), false, false, key.text);
         }
     }
     postCallback(event.type == KeyPress ? callbacks.keyPressed : callbacks.keyReleased, key);

@@ -217,6 +217,8 @@ KeySym mapSpareKey(Display* d, KeySym keysym) {
 TEST_F(X11Window, KeysTypeTextUnlessControlOrAltIsHeld) {
     ASSERT_NE(mapSpareKey(user->display(), XK_eacute), NoSymbol);
     ASSERT_NE(mapSpareKey(user->display(), 0x0100043F), NoSymbol); // CYRILLIC SMALL LETTER PE
+    ASSERT_NE(mapSpareKey(user->display(), XK_Cyrillic_ZHE), NoSymbol);
+    ASSERT_NE(mapSpareKey(user->display(), XK_Greek_finalsmallsigma), NoSymbol);
     const struct {
         const char* name;
         KeySym keysym;
@@ -229,7 +231,9 @@ TEST_F(X11Window, KeysTypeTextUnlessControlOrAltIsHeld) {
         {"Control suppresses text", XK_a, ControlMask, false, 0},
         {"Alt suppresses text", XK_a, Mod1Mask, false, 0},
         {"an accented letter", XK_eacute, 0, true, L'\u00E9'},
-        {"a Cyrillic letter", 0x0100043F, 0, true, L'\u043F'},
+        {"a Unicode keysym", 0x0100043F, 0, true, L'\u043F'},
+        {"a Russian layout's letter", XK_Cyrillic_ZHE, 0, true, L'\u0416'},
+        {"a Greek layout's letter", XK_Greek_finalsmallsigma, 0, true, L'\u03C2'},
         {"a key that types nothing", XK_Left, 0, false, 0},
     };
     for (const auto& row : rows) {
@@ -321,6 +325,40 @@ TEST_F(X11Window, AnIdleLoopSleeps) {
     // A budget, not a timing: a loop that spins would burn the whole half second.
     EXPECT_LT(cpuMicroseconds(after) - cpuMicroseconds(before), 50000);
     EXPECT_LT(app->iterationsLastSecond(), 20);
+}
+
+TEST(X11Keys, KeysymsTypeTheirCharactersAndMatchShortcutLetters) {
+    const struct {
+        const char* name;
+        int key;
+        bool shift, caps;
+        wchar_t typed; ///< 0: types nothing
+    } rows[] = {
+        {"plain letter", XK_a, false, false, L'a'},
+        {"shift", XK_a, true, false, L'A'},
+        {"caps and shift cancel out", XK_A, true, true, L'a'},
+        {"caps on a Latin-1 letter", XK_eacute, false, true, L'\u00C9'},
+        {"a digit ignores caps", XK_1, false, true, L'1'},
+        {"Cyrillic", XK_Cyrillic_ya, false, false, L'\u044F'},
+        {"Cyrillic capital", XK_Cyrillic_YA, false, false, L'\u042F'},
+        {"Ukrainian", XK_Ukrainian_yi, false, false, L'\u0457'},
+        {"Greek capital sigma", XK_Greek_SIGMA, false, false, L'\u03A3'},
+        {"Greek omega", XK_Greek_omega, false, false, L'\u03C9'},
+        {"keypad digit", XK_KP_5, false, false, L'5'},
+        {"an arrow", XK_Left, false, false, 0},
+    };
+    for (const auto& row : rows) {
+        wchar_t typed = 0;
+        const bool types = KyWidgetPlatformAdapter::translateCharacter(row.key, row.shift, row.caps, typed);
+        EXPECT_EQ(types, row.typed != 0) << row.name;
+        if (types) {
+            EXPECT_EQ(typed, row.typed) << row.name;
+        }
+    }
+    EXPECT_TRUE(KyWidgetPlatformAdapter::matchesShortcutKey(XK_c, 'C'));
+    EXPECT_TRUE(KyWidgetPlatformAdapter::matchesShortcutKey(XK_V, 'v'));
+    EXPECT_FALSE(KyWidgetPlatformAdapter::matchesShortcutKey(XK_x, 'c'));
+    EXPECT_FALSE(KyWidgetPlatformAdapter::matchesShortcutKey(XK_Cyrillic_es, 'c'));
 }
 
 TEST(X11Failures, EachFailureHasItsMessage) {
