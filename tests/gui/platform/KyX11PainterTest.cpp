@@ -230,6 +230,22 @@ TEST_F(X11Painting, TextDrawsWhereItMeasures) {
     }
 }
 
+TEST_F(X11Painting, EveryCodePointIsOneGlyphAndMissingOnesShowAStandIn) {
+    const KyFont font(L"Segoe UI", 9);
+    const KyWidgetPlatformHandle handle{display, id};
+    auto width = [&](const char* text) {
+        return KyWidgetPlatformAdapter::textWidthUntil(handle, text, font, std::string(text).size(), 0);
+    };
+    const int standIn = width("\uFFFD");
+    ASSERT_GT(standIn, 0);
+    EXPECT_EQ(width("\U0001F600"), standIn) << "beyond the plane: one stand-in";
+    EXPECT_EQ(width("\u65e5"), standIn) << "a glyph DejaVu lacks: one stand-in";
+    EXPECT_EQ(width("\xC0\xAF"), 2 * standIn) << "an overlong form: one stand-in per byte";
+    EXPECT_LT(width("i"), width("W")) << "letters the font has are drawn as themselves";
+    EXPECT_NE(width("\u0416"), standIn);
+    EXPECT_EQ(width("\u0416\u0416"), 2 * width("\u0416"));
+}
+
 TEST_F(X11Painting, TextInAnEmptyRectangleStillDraws) {
     frame([](KyPainter& p) {
         p.clear(kWhite);
