@@ -144,6 +144,49 @@ TEST_F(X11Painting, DrawImageBlendsByAlphaAndScales) {
     for (const auto& row : rows) EXPECT_EQ(at(row.x, row.y), row.expected) << row.name;
 }
 
+TEST_F(X11Painting, BgraPixelsScaleByNearestSampleAndIgnoreAlpha) {
+    // Two source pixels, blue then green, the second fully transparent.
+    const std::uint8_t pixels[8] = {255, 0, 0, 255, 0, 255, 0, 0};
+    frame([&](KyPainter& p) {
+        p.clear(kWhite);
+        p.drawBgra32({10, 10, 4, 2}, pixels, 2, 1, 8);
+    });
+    EXPECT_EQ(at(10, 10), kBlue);
+    EXPECT_EQ(at(11, 11), kBlue);
+    EXPECT_EQ(at(12, 10), KyColor(0, 255, 0)) << "alpha is ignored";
+    EXPECT_EQ(at(13, 11), KyColor(0, 255, 0));
+    EXPECT_EQ(at(14, 10), kWhite);
+}
+
+TEST_F(X11Painting, DashesTrianglesAndBadInput) {
+    const std::uint8_t pixel[4] = {0, 0, 255, 255};
+    const KyPoint triangle[3] = {{100, 100}, {140, 100}, {100, 140}};
+    KyX11PlatformImage empty({0, 0}, KyPixelFormat::Bgra32);
+    frame([&](KyPainter& p) {
+        p.clear(kWhite);
+        p.drawDashedRect({10, 10, 40, 20}, kBlack, 1, 0, 0); // the top edge dashed 4 on, 4 off
+        p.drawDashedRect({10, 40, 40, 20}, kBlack, 1, 1, 1);
+        p.fillPolygon(triangle, 3, kBlue, kBlack, 0);
+        // Nothing of these draws, and none of them fails.
+        p.fillPolygon(triangle, 2, kRed, kBlack, 0);
+        p.drawBgra32({200, 10, 4, 4}, pixel, 1, 1, 3); // stride below width * 4
+        p.drawBgra32({200, 10, 0, 4}, pixel, 1, 1, 4);
+        p.drawImage({200, 10, 4, 4}, empty, nullptr);
+        p.fillRoundedRect({200, 10, 0, 20}, 1, 2, 3, 4, kRed, kBlack, 0);
+        p.drawText({200, 10, 40, 20}, "", {}, kRed, KyFont(L"Segoe UI", 9));
+    });
+    EXPECT_EQ(at(11, 10), kBlack);
+    EXPECT_EQ(at(15, 10), kWhite) << "dash 0 becomes 4";
+    EXPECT_EQ(at(18, 10), kBlack);
+    EXPECT_EQ(at(10, 40), kBlack);
+    EXPECT_EQ(at(11, 40), kWhite) << "dash 1 stays 1";
+    EXPECT_EQ(at(12, 40), kBlack);
+    EXPECT_EQ(at(105, 105), kBlue);
+    EXPECT_EQ(at(135, 135), kWhite);
+    const auto untouched = user->pixels(id, {195, 5, 50, 30});
+    EXPECT_EQ(std::count(untouched.begin(), untouched.end(), 0xFFFFFFu), static_cast<long>(untouched.size()));
+}
+
 std::string fontName(Display* d, XFontStruct* font) {
     unsigned long atom = 0;
     if (!font || !XGetFontProperty(font, XA_FONT, &atom)) return {};
