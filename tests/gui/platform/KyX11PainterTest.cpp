@@ -13,6 +13,7 @@
 #include "gui/platform/KyLinuxFontCache.h"
 #include "gui/platform/KyScopedPlatformPainter.h"
 #include "gui/platform/KyWidgetPlatformAdapter.h"
+#include "gui/platform/KyX11Painter.h"
 #include "gui/platform/KyX11PlatformImage.h"
 
 namespace {
@@ -171,6 +172,7 @@ TEST_F(X11Painting, DashesTrianglesAndBadInput) {
         p.fillPolygon(triangle, 2, kRed, kBlack, 0);
         p.drawBgra32({200, 10, 4, 4}, pixel, 1, 1, 3); // stride below width * 4
         p.drawBgra32({200, 10, 0, 4}, pixel, 1, 1, 4);
+        p.drawBgra32({200, 10, 4, 4}, pixel, 0, 1, 4);
         p.drawImage({200, 10, 4, 4}, empty, nullptr);
         p.fillRoundedRect({200, 10, 0, 20}, 1, 2, 3, 4, kRed, kBlack, 0);
         p.drawText({200, 10, 40, 20}, "", {}, kRed, KyFont(L"Segoe UI", 9));
@@ -185,6 +187,13 @@ TEST_F(X11Painting, DashesTrianglesAndBadInput) {
     EXPECT_EQ(at(135, 135), kWhite);
     const auto untouched = user->pixels(id, {195, 5, 50, 30});
     EXPECT_EQ(std::count(untouched.begin(), untouched.end(), 0xFFFFFFu), static_cast<long>(untouched.size()));
+
+    KyX11Painter idle; // never begun: every operation is a no-op
+    idle.fillRect({0, 0, 10, 10}, kRed, kBlack, 1);
+    idle.drawText({0, 0, 50, 20}, "x", {}, kRed, KyFont(L"Segoe UI", 9));
+    idle.popClipRect();
+    idle.finalize();
+    EXPECT_EQ(at(5, 5), kWhite);
 }
 
 std::string fontName(Display* d, XFontStruct* font) {
