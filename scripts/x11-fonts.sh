@@ -11,7 +11,7 @@
 # VELMO_X11_FONT_DIR names another place for the directory. Needs the Debian
 # packages fonts-dejavu-core and xfonts-utils (and x11-xserver-utils for --add).
 set -euo pipefail
-dir="${VELMO_X11_FONT_DIR:-${XDG_CACHE_HOME:-$HOME/.cache}/velmo-vpn-console/x11-fonts}"
+dir="${VELMO_X11_FONT_DIR:-${XDG_CACHE_HOME:-${HOME:-/tmp}/.cache}/velmo-vpn-console/x11-fonts}"
 source_dir=/usr/share/fonts/truetype/dejavu
 
 make_dir() {
