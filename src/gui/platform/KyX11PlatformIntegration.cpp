@@ -98,12 +98,14 @@ void KyX11PlatformIntegration::initialize(KyGuiApplication* application) {
     if (!display_) throw std::runtime_error("Unable to connect to the X server.");
     XSetErrorHandler(&logXError);
     screen_ = DefaultScreen(display_);
-    // One round trip for all six: start-up waits on each one.
+    // One round trip for all six: start-up waits on each one. "WM_PROTOCOLS"
+    // rides along so that XSetWMProtocols finds it in Xlib's atom cache.
     char* names[] = {const_cast<char*>("WM_DELETE_WINDOW"), const_cast<char*>("CLIPBOARD"),
                      const_cast<char*>("TARGETS"),          const_cast<char*>("UTF8_STRING"),
-                     const_cast<char*>("TEXT"),             const_cast<char*>("KY_INTERNAL_CLIPBOARD")};
-    Atom atoms[6] = {};
-    XInternAtoms(display_, names, 6, False, atoms);
+                     const_cast<char*>("TEXT"),             const_cast<char*>("KY_INTERNAL_CLIPBOARD"),
+                     const_cast<char*>("WM_PROTOCOLS")};
+    Atom atoms[7] = {};
+    XInternAtoms(display_, names, 7, False, atoms);
     wmDeleteWindow_ = atoms[0];
     clipboard_ = atoms[1];
     targets_ = atoms[2];
