@@ -11,6 +11,8 @@ packages=(
   googletest libgtest-dev libbenchmark-dev
   clang libclang-rt-14-dev
   xvfb xauth x11-utils procps
+  libxtst-dev xclip
+  fonts-dejavu-core xfonts-utils x11-xserver-utils
 )
 
 missing=()

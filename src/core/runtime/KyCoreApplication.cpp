@@ -542,6 +542,11 @@ void KyCoreApplication::waitForWork_(int timeoutMicroseconds) {
     }
 }
 
+bool KyCoreApplication::hasPendingWork_() const {
+    std::lock_guard lock(eventMutex_);
+    return !highEvents_.empty() || !normalEvents_.empty() || pool_.hasWork();
+}
+
 bool KyCoreApplication::runFiberPoolWork_() {
     bindProfilerSessions_();
     return pool_.runNextWorkItem();

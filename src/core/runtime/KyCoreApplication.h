@@ -195,6 +195,13 @@ public:
 
 protected:
     void initFibers();
+    // For loops that add their own steps around processEvent (the GUI loop).
+    /// True while an object event is queued or the pool has work: a loop
+    /// that posted to itself must look again instead of waiting.
+    bool hasPendingWork_() const;
+    void bindProfilerSessions_(bool evenWhenIdle = false);
+    void recordIteration_(std::chrono::steady_clock::time_point now, long long busy, long long iteration);
+    void setBusyMicroseconds_(long long busy) { busyMicroseconds_ = busy; }
 
 private:
     /// One queued object event; the queue owns the event until delivery.
@@ -209,8 +216,6 @@ private:
     void construct_();
     void deliverPosted_(PostedObjectEvent_& posted);
     bool dispatchFilters_(const KyVector<KyObject*>& filters, KyObject* receiver, KyEvent* event);
-    void bindProfilerSessions_(bool evenWhenIdle = false);
-    void recordIteration_(std::chrono::steady_clock::time_point now, long long busy, long long iteration);
     void runTimer_(TimerRecord_* record);
     void abandonTimerDispatch_(TimerRecord_* record);
     /// Takes a removed record off the removed list; the caller holds the timer mutex.

@@ -57,26 +57,30 @@ void KyFiberPool::setLimits(int maxFibers, int maxQueued) {
 
 void KyFiberPool::ensureWarmInitialized() {
     if (warmFlag_.load(std::memory_order_acquire)) return;
-    int count = 0;
-    int warm = 0;
-    void* main = nullptr;
     {
         std::lock_guard lock(mutex_);
-        if (warmInitialized_) return;
-        for (const auto& slot : slots_)
-            if (slot->normal && slot->fiber) ++count;
-        warm = std::min(maxFibers_, maxQueued_);
-        main = mainFiber_;
+        if (warmInitialized_ || !mainFiber_) return;
+        // Counted once: the loop's thread and a thread whose post comes first
+        // may warm at the same time, and share one warm set between them.
+        if (warmRemaining_ < 0) {
+            int count = 0;
+            for (const auto& slot : slots_)
+                if (slot->normal && slot->fiber) ++count;
+            warmRemaining_ = std::max(0, std::min(maxFibers_, maxQueued_) - count);
+        }
     }
-    if (!main) return;
     // One slot per lock hold, so admission from other threads is not kept
     // waiting for the whole warm-up.
-    while (count < warm) {
+    for (;;) {
         std::lock_guard lock(mutex_);
+        if (warmInitialized_ || warmRemaining_ <= 0) break;
         FiberSlot* slot = createFiberSlotLocked_(false);
-        if (!slot) break;
+        if (!slot) {
+            warmRemaining_ = 0;
+            break;
+        }
         idleNormal_.push_back(slot);
-        ++count;
+        --warmRemaining_;
     }
     std::lock_guard lock(mutex_);
     warmInitialized_ = true;
@@ -378,6 +382,7 @@ void KyFiberPool::shutdown() {
         yielded_.clear();
         slots.swap(slots_);
         warmInitialized_ = false;
+        warmRemaining_ = -1;
         warmFlag_.store(false, std::memory_order_release);
         currentSlot_ = nullptr;
         busySlots_ = 0;

@@ -155,6 +155,8 @@ private:
     int reserve_ = kDefaultReserve;
     std::size_t stackSize_ = kDefaultStackSize;
     bool warmInitialized_ = false;
+    /// Warm slots still to make, shared by every thread that warms (-1: not counted yet).
+    int warmRemaining_ = -1;
     std::atomic<bool> warmFlag_{false};  ///< lock-free fast path of ensureWarmInitialized
 
     std::vector<std::unique_ptr<FiberSlot>> slots_;

@@ -240,6 +240,16 @@ TEST_F(FiberPoolSlots, WarmUpCreatesTheNormalSlotsAtTheFirstPost) {
     kytest::drain(app.get());
 }
 
+TEST_F(FiberPoolSlots, AForeignFirstPostAndTheLoopWarmOneSetBetweenThem) {
+    // The GUI's X watch posts from the I/O thread while the loop starts its
+    // first step: both warm at once, and neither may make a set of its own.
+    std::thread foreign([this] { app->postEvent([] {}); });
+    kytest::drain(app.get());
+    foreign.join();
+    kytest::drain(app.get());
+    EXPECT_EQ(pool().stats().normalSlotsWithFiber, 500);
+}
+
 TEST_F(FiberPoolYield, UnYieldOfUnknownOrSecondIdIsRefusedAndChangesNothing) {
     std::vector<int> ids;
     int finished = 0;
