@@ -13,6 +13,8 @@
 #include <charconv>
 #include <cmath>
 #include <stdexcept>
+#include <unordered_map>
+#include <utility>
 
 #include "core/io/KyDebug.h"
 
@@ -252,32 +254,78 @@ void writeBorder(std::string_view prefix, std::string_view value, StyleSheet::Pr
 } // namespace
 
 // ---------------------------------------------------------------------------
-// The property index: for each property, the groups of rules (one group per
-// shared declaration map) that set it, with each rule's match data laid out
-// flat so a lookup touches no strings but the class and object names.
+// The indexes. For each property, the rules that set it, in buckets by class:
+// a lookup opens only the buckets of the classes in the widget's chain and of
+// rules that match any class. Inside a bucket the rules are sorted by score,
+// best first, so the first one whose state and object fit is the bucket's
+// answer. Rules that share one declaration map are listed one by one, except
+// for a block with a very long selector list, which stays one group scanned
+// whole: that keeps the index linear in the sheet's text.
 
-struct StyleSheet::IndexEntry_ {
-    const KyString* value;
-    std::uint32_t first; // into Index_::keys
-    std::uint32_t count;
+namespace {
+
+constexpr std::uint32_t kAnyClass = 0;               // no class, or "*": matches, scores 0
+constexpr std::uint32_t kMixedClasses = 0xFFFFFFFFu; // a group whose rules name different classes
+constexpr std::uint32_t kListedGroupLimit = 16;      // groups up to this size are listed rule by rule
+
+// Selectors carry at most the five state bits.
+int stateBitCount(std::uint32_t flags) {
+    int n = 0;
+    for (; flags; flags &= flags - 1) ++n;
+    return n;
+}
+
+struct StringHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view s) const noexcept { return std::hash<std::string_view>{}(s); }
 };
+template <typename V> using StringMap = std::unordered_map<std::string, V, StringHash, std::equal_to<>>;
+
+} // namespace
 
 struct StyleSheet::RuleKey_ {
-    std::string_view className;
     std::string_view objectName;
     std::uint32_t stateFlags;
     std::int32_t sequence;
-    std::int32_t baseScore; // object and state parts of the score
-    std::uint8_t classKind; // 0 none, 1 "*", 2 a name
+    std::int32_t baseScore; // the object and state parts of the score
+    std::uint32_t classId;
+};
+
+// A group of rules sharing one declaration map, scanned whole.
+struct StyleSheet::IndexEntry_ {
+    const KyString* value;
+    std::uint32_t first; // the group's rules in Index_::keys
+    std::uint32_t count;
+};
+
+struct StyleSheet::PropertyIndex_ {
+    struct Candidate {
+        RuleKey_ rule;
+        const KyString* value;
+    };
+    struct Bucket {
+        std::uint32_t classId;
+        std::uint32_t begin, end; // into candidates
+    };
+    std::vector<Candidate> candidates;
+    std::vector<Bucket> buckets;
+    std::vector<IndexEntry_> wideGroups;
 };
 
 struct StyleSheet::Index_ {
-    struct Hash {
-        using is_transparent = void;
-        std::size_t operator()(std::string_view s) const noexcept { return std::hash<std::string_view>{}(s); }
-    };
     std::vector<RuleKey_> keys;
-    std::unordered_map<std::string, std::vector<IndexEntry_>, Hash, std::equal_to<>> byProperty;
+    StringMap<std::uint32_t> classIds; // named classes, from 1
+    StringMap<PropertyIndex_> byProperty;
+    // The last class chain asked about and its (class id, class score) pairs.
+    mutable std::vector<KyString> chain;
+    mutable std::vector<std::pair<std::uint32_t, int>> chainScores;
+    mutable bool chainKnown = false;
+
+    const std::vector<std::pair<std::uint32_t, int>>& scoresFor(const KyList<KyString>& classChain) const;
+};
+
+struct StyleSheet::DirectIndex_ {
+    StringMap<std::vector<const PropertyMap*>> bySelector; // in written order
 };
 
 const KyString* StyleSheet::Rule::find(std::string_view property) const {
@@ -286,25 +334,35 @@ const KyString* StyleSheet::Rule::find(std::string_view property) const {
     return it == properties->end() ? nullptr : &it->second;
 }
 
+StyleSheet::StyleSheet() = default;
+StyleSheet::~StyleSheet() = default;
+StyleSheet::StyleSheet(StyleSheet&&) noexcept = default;
+StyleSheet& StyleSheet::operator=(StyleSheet&&) noexcept = default;
+
+// A copy rebuilds its own indexes: they point into the rules' strings.
 StyleSheet::StyleSheet(const StyleSheet& other)
-    : rules_(other.rules_), nextSequence_(other.nextSequence_), direct_(other.direct_) {}
+    : rules_(other.rules_), nextSequence_(other.nextSequence_), written_(other.written_) {}
 
 StyleSheet& StyleSheet::operator=(const StyleSheet& other) {
     if (this != &other) {
         rules_ = other.rules_;
         nextSequence_ = other.nextSequence_;
-        direct_ = other.direct_;
-        // The index points into this sheet's own rule strings.
-        indexCache_.reset();
+        written_ = other.written_;
+        changed_();
     }
     return *this;
+}
+
+void StyleSheet::changed_() {
+    indexCache_.reset();
+    directCache_.reset();
 }
 
 void StyleSheet::clear() {
     rules_.clear();
     nextSequence_ = 0;
-    direct_.clear();
-    indexCache_.reset();
+    written_.clear();
+    changed_();
 }
 
 void StyleSheet::parseStyleSheet(const KyString& text) {
@@ -383,9 +441,9 @@ void StyleSheet::parseBlock_(std::string_view selectorText, std::string_view dec
             rules_.push_back(Rule{selector, parsed.className, parsed.objectName, parsed.stateFlags | bit,
                                   nextSequence_++, stateMap(bit)});
         }
-        direct_[selector].push_back(written);
+        written_.emplace_back(selector, written);
     }
-    indexCache_.reset();
+    changed_();
 }
 
 void StyleSheet::mergeFrom(const StyleSheet& other) {
@@ -399,17 +457,24 @@ void StyleSheet::mergeFrom(const StyleSheet& other) {
         rules_.push_back(rule);
         rules_.back().sequence = nextSequence_++;
     }
-    for (const auto& [selector, maps] : other.direct_) {
-        auto& mine = direct_[selector];
-        mine.insert(mine.end(), maps.begin(), maps.end());
+    written_.insert(written_.end(), other.written_.begin(), other.written_.end());
+    changed_();
+}
+
+const StyleSheet::DirectIndex_& StyleSheet::directIndex_() const {
+    if (!directCache_) {
+        auto index = std::make_unique<DirectIndex_>();
+        for (const auto& [selector, map] : written_) index->bySelector[selector.toStdString()].push_back(map.get());
+        directCache_ = std::move(index);
     }
-    indexCache_.reset();
+    return *directCache_;
 }
 
 KyString StyleSheet::getStyleProperty(const KyString& selector, const KyString& property) const {
+    const DirectIndex_& direct = directIndex_();
     auto lookup = [&](const KyString& key) -> const KyString* {
-        const auto it = direct_.find(key);
-        if (it == direct_.end()) return nullptr;
+        const auto it = direct.bySelector.find(key.view());
+        if (it == direct.bySelector.end()) return nullptr;
         // Later declarations under the same selector replace earlier ones.
         for (auto map = it->second.rbegin(); map != it->second.rend(); ++map)
             if (const auto hit = (*map)->find(property); hit != (*map)->end()) return &hit->second;
@@ -424,101 +489,151 @@ KyString StyleSheet::getStyleProperty(const KyString& selector, const KyString& 
 
 StyleSheet::PropertyMap StyleSheet::directProperties(const KyString& selector) const {
     PropertyMap out;
-    if (const auto it = direct_.find(selector); it != direct_.end())
-        for (const auto& map : it->second)
+    const DirectIndex_& direct = directIndex_();
+    if (const auto it = direct.bySelector.find(selector.view()); it != direct.bySelector.end())
+        for (const PropertyMap* map : it->second)
             for (const auto& [name, value] : *map) out.insert(name, value);
     return out;
 }
 
 const StyleSheet::Index_& StyleSheet::index_() const {
     if (indexCache_) return *indexCache_;
-    auto index = std::make_shared<Index_>();
-    // Group rules by their shared declaration map, keeping first-seen order.
-    std::unordered_map<const PropertyMap*, std::vector<std::uint32_t>> members;
-    std::vector<const PropertyMap*> order;
+    auto index = std::make_unique<Index_>();
+
+    // Group rules by their shared declaration map, in first-seen order, and
+    // lay each group's rules out contiguously in keys.
+    std::unordered_map<const PropertyMap*, std::uint32_t> groupOf;
+    groupOf.reserve(rules_.size());
+    std::vector<std::uint32_t> ruleGroup(rules_.size(), kMixedClasses);
+    std::vector<std::uint32_t> groupCount, groupRule;
     for (std::uint32_t i = 0; i < rules_.size(); ++i) {
         const PropertyMap* map = rules_[i].properties.get();
         if (!map || map->empty()) continue;
-        auto [it, fresh] = members.try_emplace(map);
-        if (fresh) order.push_back(map);
-        it->second.push_back(i);
-    }
-    index->keys.reserve(rules_.size());
-    for (const PropertyMap* map : order) {
-        const auto first = std::uint32_t(index->keys.size());
-        for (std::uint32_t i : members[map]) {
-            const Rule& r = rules_[i];
-            const std::uint8_t kind = r.className.isEmpty() ? 0 : (r.className == "*" ? 1 : 2);
-            const int base = (r.objectName.isEmpty() ? 0 : 10000) + 10 * std::popcount(r.stateFlags);
-            index->keys.push_back(RuleKey_{r.className.view(), r.objectName.view(), r.stateFlags, r.sequence, base, kind});
+        const auto [it, fresh] = groupOf.try_emplace(map, std::uint32_t(groupCount.size()));
+        if (fresh) {
+            groupCount.push_back(0);
+            groupRule.push_back(i);
         }
-        const auto count = std::uint32_t(index->keys.size()) - first;
-        for (const auto& [name, value] : *map) index->byProperty[name.toStdString()].push_back({&value, first, count});
+        ruleGroup[i] = it->second;
+        ++groupCount[it->second];
+    }
+    std::vector<std::uint32_t> groupStart(groupCount.size());
+    std::uint32_t total = 0;
+    for (std::size_t g = 0; g < groupCount.size(); ++g) groupStart[g] = std::exchange(total, total + groupCount[g]);
+    index->keys.resize(total);
+    std::vector<std::uint32_t> fill(groupStart);
+    for (std::uint32_t i = 0; i < rules_.size(); ++i) {
+        if (ruleGroup[i] == kMixedClasses) continue;
+        const Rule& r = rules_[i];
+        std::uint32_t classId = kAnyClass;
+        if (!r.className.isEmpty() && r.className != "*") {
+            auto known = index->classIds.find(r.className.view());
+            if (known == index->classIds.end())
+                known = index->classIds.emplace(r.className.toStdString(), std::uint32_t(index->classIds.size() + 1)).first;
+            classId = known->second;
+        }
+        const int base = (r.objectName.isEmpty() ? 0 : 10000) + 10 * stateBitCount(r.stateFlags);
+        index->keys[fill[ruleGroup[i]]++] = RuleKey_{r.objectName.view(), r.stateFlags, r.sequence, base, classId};
+    }
+
+    for (std::size_t g = 0; g < groupCount.size(); ++g) {
+        for (const auto& [name, value] : *rules_[groupRule[g]].properties) {
+            auto it = index->byProperty.find(name.view());
+            if (it == index->byProperty.end()) it = index->byProperty.try_emplace(name.toStdString()).first;
+            PropertyIndex_& property = it->second;
+            if (groupCount[g] > kListedGroupLimit) {
+                property.wideGroups.push_back(IndexEntry_{&value, groupStart[g], groupCount[g]});
+                continue;
+            }
+            for (std::uint32_t k = groupStart[g]; k < groupStart[g] + groupCount[g]; ++k)
+                property.candidates.push_back({index->keys[k], &value});
+        }
+    }
+    // By class, then best score first, and among equal scores the later rule.
+    for (auto& [name, property] : index->byProperty) {
+        auto& c = property.candidates;
+        std::sort(c.begin(), c.end(), [](const PropertyIndex_::Candidate& a, const PropertyIndex_::Candidate& b) {
+            if (a.rule.classId != b.rule.classId) return a.rule.classId < b.rule.classId;
+            if (a.rule.baseScore != b.rule.baseScore) return a.rule.baseScore > b.rule.baseScore;
+            return a.rule.sequence > b.rule.sequence;
+        });
+        for (std::uint32_t i = 0; i < c.size(); ++i) {
+            if (property.buckets.empty() || property.buckets.back().classId != c[i].rule.classId)
+                property.buckets.push_back({c[i].rule.classId, i, i});
+            property.buckets.back().end = i + 1;
+        }
     }
     indexCache_ = std::move(index);
     return *indexCache_;
+}
+
+// The chain with each name's other spelling right after it, without repeats;
+// a class scores 100 plus the chain length minus its position. Only classes
+// some rule names get an entry.
+const std::vector<std::pair<std::uint32_t, int>>& StyleSheet::Index_::scoresFor(const KyList<KyString>& classChain) const {
+    if (chainKnown && chain.size() == classChain.size() && std::equal(chain.begin(), chain.end(), classChain.begin()))
+        return chainScores;
+    std::vector<KyString> names;
+    names.reserve(classChain.size() * 2);
+    auto add = [&](const KyString& name) {
+        if (!name.isEmpty() && std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+    };
+    for (const KyString& name : classChain) {
+        add(name);
+        add(aliasSelector_(name));
+    }
+    chainScores.clear();
+    for (std::size_t pos = 0; pos < names.size(); ++pos)
+        if (const auto it = classIds.find(names[pos].view()); it != classIds.end())
+            chainScores.emplace_back(it->second, 100 + int(names.size() - pos));
+    chain.assign(classChain.begin(), classChain.end());
+    chainKnown = true;
+    return chainScores;
 }
 
 const KyString* StyleSheet::findProperty_(const KyList<KyString>& classChain, std::string_view property,
                                           std::uint32_t stateFlags, std::string_view objectName,
                                           bool* explicitOut) const {
     if (explicitOut) *explicitOut = false;
-    const Index_& index = index_();
-    const auto found = index.byProperty.find(property);
-    if (found == index.byProperty.end()) return nullptr;
-
-    // The chain with each name's other spelling right after it, without
-    // repeats; a name's rank is the chain length minus its position.
-    std::string aliases[16];
-    std::vector<std::string> moreAliases;
-    std::string_view inlineNames[32];
-    std::vector<std::string_view> moreNames;
-    std::string_view* names = inlineNames;
-    if (classChain.size() > 16) {
-        moreAliases.resize(classChain.size());
-        moreNames.resize(classChain.size() * 2);
-        names = moreNames.data();
-    }
-    std::string* aliasStore = classChain.size() > 16 ? moreAliases.data() : aliases;
-    std::size_t count = 0;
-    auto add = [&](std::string_view name) {
-        if (name.empty()) return;
-        for (std::size_t i = 0; i < count; ++i)
-            if (names[i] == name) return;
-        names[count++] = name;
+    const Index_& rules = index_();
+    const auto found = rules.byProperty.find(property);
+    if (found == rules.byProperty.end()) return nullptr;
+    const auto& chainScores = rules.scoresFor(classChain);
+    auto classScore = [&](std::uint32_t classId) {
+        if (classId == kAnyClass) return 0;
+        for (const auto& [id, score] : chainScores)
+            if (id == classId) return score;
+        return -1;
     };
-    for (std::size_t i = 0; i < classChain.size(); ++i) {
-        const std::string_view name = classChain[i].view();
-        add(name);
-        std::string& alias = aliasStore[i];
-        if (name.size() >= 3 && name.substr(0, 2) == "Ky") alias.assign("Q").append(name.substr(2));
-        else if (!name.empty() && name.front() == 'Q') alias.assign("Ky").append(name.substr(1));
-        else continue;
-        add(alias);
-    }
 
     int bestScore = -1;
     std::int32_t bestSequence = -1;
     const KyString* best = nullptr;
     std::uint32_t bestFlags = 0;
-    for (const IndexEntry_& entry : found->second) {
-        for (std::uint32_t k = entry.first; k < entry.first + entry.count; ++k) {
-            const RuleKey_& rule = index.keys[k];
-            if (rule.stateFlags & ~stateFlags) continue;
-            if (!rule.objectName.empty() && rule.objectName != objectName) continue;
-            int score = rule.baseScore;
-            if (rule.classKind == 2) {
-                std::size_t pos = 0;
-                while (pos < count && names[pos] != rule.className) ++pos;
-                if (pos == count) continue;
-                score += 100 + int(count - pos);
-            }
-            if (score > bestScore || (score == bestScore && rule.sequence >= bestSequence)) {
-                bestScore = score;
-                bestSequence = rule.sequence;
-                best = entry.value;
-                bestFlags = rule.stateFlags;
-            }
+    auto consider = [&](const RuleKey_& rule, int cls, const KyString* value) {
+        if (rule.stateFlags & ~stateFlags) return false;
+        if (!rule.objectName.empty() && rule.objectName != objectName) return false;
+        const int score = rule.baseScore + cls;
+        if (score > bestScore || (score == bestScore && rule.sequence >= bestSequence)) {
+            bestScore = score;
+            bestSequence = rule.sequence;
+            best = value;
+            bestFlags = rule.stateFlags;
+        }
+        return true;
+    };
+    const PropertyIndex_& index = found->second;
+    for (const PropertyIndex_::Bucket& bucket : index.buckets) {
+        const int cls = classScore(bucket.classId);
+        // The bucket's best possible score is its first rule's.
+        if (cls < 0 || cls + index.candidates[bucket.begin].rule.baseScore < bestScore) continue;
+        for (std::uint32_t i = bucket.begin; i < bucket.end; ++i)
+            if (consider(index.candidates[i].rule, cls, index.candidates[i].value)) break;
+    }
+    for (const IndexEntry_& group : index.wideGroups) {
+        for (std::uint32_t k = group.first; k < group.first + group.count; ++k) {
+            const RuleKey_& rule = rules.keys[k];
+            if (const int cls = classScore(rule.classId); cls >= 0) consider(rule, cls, group.value);
         }
     }
     if (explicitOut) *explicitOut = best && bestFlags != 0;

@@ -22,7 +22,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "core/types/KyColor.h"
@@ -95,12 +94,12 @@ public:
         std::uint32_t stateFlags = 0;
     };
 
-    StyleSheet() = default;
+    StyleSheet();
     StyleSheet(const StyleSheet& other);
     StyleSheet& operator=(const StyleSheet& other);
-    StyleSheet(StyleSheet&&) noexcept = default;
-    StyleSheet& operator=(StyleSheet&&) noexcept = default;
-    ~StyleSheet() = default;
+    StyleSheet(StyleSheet&&) noexcept;
+    StyleSheet& operator=(StyleSheet&&) noexcept;
+    ~StyleSheet();
 
     /// Clears the sheet and parses text into it. Malformed text never fails:
     /// parsing stops silently at the first block without both braces.
@@ -179,18 +178,25 @@ public:
 private:
     struct RuleKey_;
     struct IndexEntry_;
+    struct PropertyIndex_;
     struct Index_;
+    struct DirectIndex_;
 
     void parseBlock_(std::string_view selectors, std::string_view declarations);
+    void changed_();
     const Index_& index_() const;
+    const DirectIndex_& directIndex_() const;
 
     KyVector<Rule> rules_;
     std::int32_t nextSequence_ = 0;
-    // Selector text -> the declaration maps of its blocks, in order; shared
-    // with the rules rather than copied, so merging sheets stays cheap.
-    KyMap<KyString, std::vector<std::shared_ptr<const PropertyMap>>> direct_;
-    // Rebuilt by the first lookup after the rules change; null until then.
-    mutable std::shared_ptr<const Index_> indexCache_;
+    // Every (selector text, declarations as written) in order: the direct
+    // map's source, sharing the rules' maps rather than copying them.
+    std::vector<std::pair<KyString, std::shared_ptr<const PropertyMap>>> written_;
+    // Built by the first query after a change; the property index also keeps
+    // the class ids of the last class chain asked about, since one widget's
+    // sheet is asked about the same chain for every property it reads.
+    mutable std::unique_ptr<Index_> indexCache_;
+    mutable std::unique_ptr<DirectIndex_> directCache_;
 };
 
 } // namespace ky::gui
