@@ -68,7 +68,9 @@ public:
         StateFocus = 8,
         StateChecked = 16,
     };
-    /// The state mask a widget passes to mean "my current state".
+    /// The state mask a widget's own queries use to mean "my current state";
+    /// the widget replaces it before asking a sheet, which would take it as
+    /// every state at once.
     static constexpr std::uint32_t CurrentState = 0xFFFFFFFFu;
 
     /// One selector of a block with its declarations. Every selector of a

@@ -69,6 +69,10 @@ TEST(StyleSheet, SheetTextResolvesByScoreStateAndOrder) {
         {"border 0px width", "KyLabel{border: 0px}", "border-width", 0, "", "0"},
         {"border side", "KyLabel{border-top: 1px solid red}", "border-top-color", 0, "", "red"},
         {"border side none", "KyLabel{border-left: 0}", "border-left-style", 0, "", "none"},
+        {"border right", "KyLabel{border-right: 2px}", "border-right-width", 0, "", "2px"},
+        {"border bottom", "KyLabel{border-bottom: dotted}", "border-bottom-style", 0, "", "dotted"},
+        {"semicolon in quotes", "KyLabel{font-family:\"a;b\"; color:red}", "font-family", 0, "", "\"a;b\""},
+        {"block without selector adds nothing", "KyLabel{color:red}{color:blue}", "color", 0, "", "red"},
     };
     for (const Query& q : rows) {
         StyleSheet sheet;
@@ -107,6 +111,8 @@ TEST(StyleSheet, CascadeMergesDefaultsThenUserSheetsRootDown) {
         {"object selector from the window", "", "padding", 0, "ok", "9px"},
     };
     for (const Query& q : rows) expectResolves(effective, q, kButton);
+    // The same sheet asked about another widget's chain.
+    expectResolves(effective, {"a label sees only the window's default", "", "color", 0, "", "gray"}, kLabel);
     // Renumbered, not restarted: sequence numbers keep rising across merges.
     for (std::size_t i = 1; i < effective.rules().size(); ++i)
         EXPECT_GT(effective.rules()[i].sequence, effective.rules()[i - 1].sequence);
@@ -137,7 +143,7 @@ TEST(StyleSheet, SelectorsAndNameSpellings) {
         EXPECT_EQ(p.stateFlags, r.flags) << r.text;
     }
     const std::pair<const char*, const char*> aliases[] = {
-        {"KyLabel", "QLabel"}, {"QLabel", "KyLabel"}, {"Ky", "Ky"}, {"Label", "Label"}, {"KyLabel:hover", "QLabel:hover"}};
+        {"KyLabel", "QLabel"}, {"QLabel", "KyLabel"}, {"Ky", "Ky"}, {"KyA", "QA"}, {"Label", "Label"}, {"KyLabel:hover", "QLabel:hover"}};
     for (const auto& [name, want] : aliases) EXPECT_EQ(StyleSheet::aliasSelector_(name), want) << name;
     KyString plain;
     EXPECT_EQ(StyleSheet::legacyStateAlias_("disabled-color", &plain), StyleSheet::StateDisabled);
