@@ -215,7 +215,11 @@ void KyItemSelectionModel::onReset_() {
     }
     savedKeys_.clear();
     savedCurrentKey_.clear();
-    replaceRanges_(std::move(next));
+    // Row numbers do not carry over a reset: the signal names the old rows as
+    // gone and the new ones as chosen, even where the numbers coincide.
+    const KyRowRanges old = std::move(ranges_);
+    ranges_ = std::move(next);
+    if (!old.isEmpty() || !ranges_.isEmpty()) selectionChanged(ranges_, old);
     // The reset has already ended the old current cell; tell of the change
     // only when the current cell really moved or went.
     const KyModelIndex previous = previousCurrent_;
