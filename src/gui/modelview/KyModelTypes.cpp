@@ -91,16 +91,24 @@ bool kyContainsFolded(std::string_view text, std::string_view foldedNeedle, std:
     return scratch.find(foldedNeedle) != std::string::npos;
 }
 
-int kyCompareItemData(const KyAny& a, const KyAny& b) {
-    if (!a.isValid() || !b.isValid()) return int(a.isValid()) - int(b.isValid());
-    double x = 0, y = 0;
-    if (readNumber(a, x) && readNumber(b, y)) return x < y ? -1 : (y < x ? 1 : 0);
-    const KyString ta = a.toString();
-    const KyString tb = b.toString();
-    thread_local std::string fa, fb;
-    foldInto(ta.view(), fa);
-    foldInto(tb.view(), fb);
-    if (const int c = fa.compare(fb)) return c < 0 ? -1 : 1;
-    const int c = ta.str().compare(tb.str());
+KyItemSortKey kyItemSortKey(const KyAny& value) {
+    KyItemSortKey key;
+    if (!value.isValid()) return key;
+    key.kind = readNumber(value, key.number) ? KyItemSortKey::Number : KyItemSortKey::Text;
+    // A number beside text compares as its text, so numbers keep theirs too.
+    key.text = value.toString().str();
+    foldInto(key.text, key.folded);
+    return key;
+}
+
+int kyCompareSortKeys(const KyItemSortKey& a, const KyItemSortKey& b) {
+    if (a.kind == KyItemSortKey::Empty || b.kind == KyItemSortKey::Empty)
+        return int(a.kind != KyItemSortKey::Empty) - int(b.kind != KyItemSortKey::Empty);
+    if (a.kind == KyItemSortKey::Number && b.kind == KyItemSortKey::Number)
+        return a.number < b.number ? -1 : (b.number < a.number ? 1 : 0);
+    if (const int c = a.folded.compare(b.folded)) return c < 0 ? -1 : 1;
+    const int c = a.text.compare(b.text);
     return c < 0 ? -1 : (c > 0 ? 1 : 0);
 }
+
+int kyCompareItemData(const KyAny& a, const KyAny& b) { return kyCompareSortKeys(kyItemSortKey(a), kyItemSortKey(b)); }

@@ -50,6 +50,19 @@ enum class KyOrientation : int { Horizontal = 0, Vertical = 1 };
 
 enum class KySortOrder : int { Ascending = 0, Descending = 1 };
 
+/// An item value made ready for ordering, so a sort reads and folds each
+/// value once instead of at every comparison.
+struct KyItemSortKey {
+    enum Kind : unsigned char { Empty, Number, Text };
+    Kind kind = Empty;
+    double number = 0;
+    std::string folded; ///< text in lower case (kyFoldCase)
+    std::string text;   ///< the text as it is, for ties
+};
+KyItemSortKey kyItemSortKey(const KyAny& value);
+/// The order of kyCompareItemData on prepared keys.
+int kyCompareSortKeys(const KyItemSortKey& a, const KyItemSortKey& b);
+
 /// Orders two item values as sorting does: an empty value first; two numbers
 /// (bool, integers, floating) by value; anything else by its text, folded to
 /// lower case, with the plain bytes breaking ties. Returns <0, 0 or >0.

@@ -3,6 +3,7 @@
 #include "gui/modelview/KySortFilterProxyModel.h"
 
 #include <algorithm>
+#include <iterator>
 #include <numeric>
 #include <utility>
 
@@ -113,7 +114,34 @@ bool KySortFilterProxyModel::filterAcceptsRow(int sourceRow, const KyModelIndex&
 }
 
 bool KySortFilterProxyModel::lessThan(const KyModelIndex& left, const KyModelIndex& right) const {
+    const auto cached = [this](const KyModelIndex& i) {
+        return keyCacheOn_ && i.model() == source_ && i.column() == sortColumn_ && i.row() < keyCache_.count();
+    };
+    if (cached(left) && cached(right)) return kyCompareSortKeys(cachedKey_(left.row()), cachedKey_(right.row())) < 0;
     return kyCompareItemData(left.data(sortRole_), right.data(sortRole_)) < 0;
+}
+
+void KySortFilterProxyModel::beginKeyCache_() {
+    const std::size_t rows = source_ ? std::size_t(std::max(source_->rowCount(), 0)) : 0;
+    keyCache_.assign(rows, KyItemSortKey());
+    keyCached_.assign(rows, 0);
+    keyCacheOn_ = true;
+}
+
+void KySortFilterProxyModel::endKeyCache_() {
+    keyCacheOn_ = false;
+    keyCache_.clear();
+    keyCache_.shrink_to_fit();
+    keyCached_.clear();
+}
+
+const KyItemSortKey& KySortFilterProxyModel::cachedKey_(int row) const {
+    const std::size_t r = std::size_t(row);
+    if (!keyCached_[r]) {
+        keyCache_[r] = kyItemSortKey(source_->index(row, sortColumn_).data(sortRole_));
+        keyCached_[r] = 1;
+    }
+    return keyCache_[r];
 }
 
 // A strict total order on source rows: the sort key, then the source row, so
@@ -136,8 +164,11 @@ void KySortFilterProxyModel::rebuild_() {
     sourceToProxy_.assign(std::size_t(std::max(rows, 0)), -1);
     for (int r = 0; r < rows; ++r)
         if (filterAcceptsRow(r, KyModelIndex())) proxyToSource_.append(r);
-    if (sortColumn_ >= 0 && sortColumn_ < source_->columnCount())
+    if (sortColumn_ >= 0 && sortColumn_ < source_->columnCount()) {
+        beginKeyCache_();
         std::sort(proxyToSource_.begin(), proxyToSource_.end(), [this](int a, int b) { return before_(a, b); });
+        endKeyCache_();
+    }
     reindexFrom_(0);
 }
 
@@ -166,25 +197,31 @@ void KySortFilterProxyModel::removeProxyRows_(KyVector<int> proxyRows) {
 
 void KySortFilterProxyModel::insertSourceRows_(KyVector<int> sourceRows) {
     if (sourceRows.isEmpty()) return;
-    const auto order = [this](int a, int b) { return before_(a, b); };
-    std::sort(sourceRows.begin(), sourceRows.end(), order);
     // Where each new row lands in the final order; runs of landings become
     // one insertion each, made top-down so that every landing row is the
-    // row it will have when all are in.
+    // row it will have when all are in. All comparing is done before the
+    // first signal, while the source cannot change.
+    const auto order = [this](int a, int b) { return before_(a, b); };
+    // Keys pay for themselves once there are many rows to place.
+    const bool cache = sortColumn_ >= 0 && sourceRows.size() > 64;
+    if (cache) beginKeyCache_();
+    std::sort(sourceRows.begin(), sourceRows.end(), order);
     KyVector<int> landing;
     landing.reserve(sourceRows.size());
-    std::size_t old = 0;
+    auto old = proxyToSource_.begin();
     for (std::size_t i = 0; i < sourceRows.size(); ++i) {
-        while (old < proxyToSource_.size() && before_(proxyToSource_[old], sourceRows[i])) ++old;
-        landing.append(static_cast<int>(old + i));
+        old = std::lower_bound(old, proxyToSource_.end(), sourceRows[i], order);
+        landing.append(static_cast<int>(std::size_t(old - proxyToSource_.begin()) + i));
     }
+    if (cache) endKeyCache_();
     const KyVector<Run> runs = runsOf(landing);
     if (runs.count() > kMaxIncrementalRuns) {
         beginResetModel();
-        KyVector<int> merged;
-        merged.reserve(proxyToSource_.size() + sourceRows.size());
-        std::merge(proxyToSource_.begin(), proxyToSource_.end(), sourceRows.begin(), sourceRows.end(),
-                   std::back_inserter(merged), order);
+        KyVector<int> merged(proxyToSource_.size() + sourceRows.size(), -1);
+        for (std::size_t i = 0; i < landing.size(); ++i) merged[std::size_t(landing[i])] = sourceRows[i];
+        std::size_t from = 0;
+        for (int& slot : merged)
+            if (slot < 0) slot = proxyToSource_[from++];
         proxyToSource_ = std::move(merged);
         reindexFrom_(0);
         endResetModel();
@@ -212,9 +249,11 @@ void KySortFilterProxyModel::reorder_(const KyVector<int>& moved) {
         if (!isMoved[std::size_t(s)]) rest.append(s);
     KyVector<int> sortedMoved = moved;
     const auto order = [this](int a, int b) { return before_(a, b); };
+    beginKeyCache_();
     std::sort(sortedMoved.begin(), sortedMoved.end(), order);
     proxyToSource_.clear();
     std::merge(rest.begin(), rest.end(), sortedMoved.begin(), sortedMoved.end(), std::back_inserter(proxyToSource_), order);
+    endKeyCache_();
     reindexFrom_(0);
     KyVector<int> oldToNew(old.size());
     for (std::size_t i = 0; i < old.size(); ++i) oldToNew[i] = sourceToProxy_[std::size_t(old[i])];
@@ -225,7 +264,9 @@ void KySortFilterProxyModel::reorder_(const KyVector<int>& moved) {
 void KySortFilterProxyModel::resort_() {
     layoutAboutToBeChanged();
     const KyVector<int> old = proxyToSource_;
+    beginKeyCache_();
     std::sort(proxyToSource_.begin(), proxyToSource_.end(), [this](int a, int b) { return before_(a, b); });
+    endKeyCache_();
     reindexFrom_(0);
     KyVector<int> oldToNew(old.size());
     for (std::size_t i = 0; i < old.size(); ++i) oldToNew[i] = sourceToProxy_[std::size_t(old[i])];

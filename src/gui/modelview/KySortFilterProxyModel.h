@@ -6,7 +6,8 @@
 // substring of one column or of any column (-1), read under the filter role;
 // the default order compares values as kyCompareItemData does, under the sort
 // role, and is stable: equal rows keep their source order. Column -1 means
-// the source's own order.
+// the source's own order. While a sort runs, the default order reads and
+// folds each row's value once (a subclass's own lessThan reads what it likes).
 //
 // The proxy follows its source as it changes, incrementally: removed and
 // inserted source rows, and rows whose value now passes or fails the filter,
@@ -103,6 +104,10 @@ private:
     void onLayoutAboutToBeChanged_();
     void onLayoutChanged_();
     void onSourceDestroyed_();
+    // While a sort runs, the base lessThan reads each row's value once.
+    void beginKeyCache_();
+    void endKeyCache_();
+    const KyItemSortKey& cachedKey_(int sourceRow) const;
 
     KyAbstractItemModel* source_ = nullptr;
     KyVector<int> proxyToSource_;
@@ -115,6 +120,9 @@ private:
     int sortColumn_ = -1;
     KySortOrder sortOrder_ = KySortOrder::Ascending;
     int sortRole_ = KyItemDataRole::Display;
+    bool keyCacheOn_ = false;
+    mutable KyVector<KyItemSortKey> keyCache_;
+    mutable KyVector<char> keyCached_;
     // A source reorder: our persistent cells, and where they were in the source.
     KyList<KyModelIndex> layoutFrom_;
     KyVector<KyPersistentModelIndex> layoutSource_;

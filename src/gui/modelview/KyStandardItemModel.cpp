@@ -170,9 +170,11 @@ void KyStandardItemModel::sort(int column, KySortOrder order) {
     layoutAboutToBeChanged();
     KyVector<int> order_(rows_.size());
     std::iota(order_.begin(), order_.end(), 0);
-    const auto key = [&](int r) { return rows_[std::size_t(r)][std::size_t(column)].data(KyItemDataRole::Display); };
+    KyVector<KyItemSortKey> keys;
+    keys.reserve(rows_.size());
+    for (const Row& r : rows_) keys.append(kyItemSortKey(r[std::size_t(column)].data(KyItemDataRole::Display)));
     std::stable_sort(order_.begin(), order_.end(), [&](int a, int b) {
-        const int c = kyCompareItemData(key(a), key(b));
+        const int c = kyCompareSortKeys(keys[std::size_t(a)], keys[std::size_t(b)]);
         return order == KySortOrder::Ascending ? c < 0 : c > 0;
     });
     KyVector<Row> sorted;

@@ -165,7 +165,9 @@ TEST_F(ProxyFixture, FollowsARandomlyChangingSourceAndItsListenersSeeTheSameRows
         default:
             if (pick(2)) {
                 what = "remove through proxy";
-                if (proxy.rowCount() > 1) ASSERT_TRUE(proxy.removeRows(pick(proxy.rowCount() - 1), 2));
+                if (proxy.rowCount() > 1) {
+                    ASSERT_TRUE(proxy.removeRows(pick(proxy.rowCount() - 1), 2));
+                }
             } else {
                 // New rows land in the source before the row the proxy shows there.
                 what = "insert through proxy";
