@@ -2,6 +2,7 @@
 // selected, where the current row goes, and what the signals say.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <vector>
 
@@ -79,6 +80,15 @@ TEST(KyItemSelectionModel, SelectionAndCurrentRowFollowTheirItemsAcrossChanges) 
         EXPECT_EQ(selection.currentIndex().data().toString(), c.current) << c.name;
         EXPECT_EQ(currentSignals, c.currentSignals) << c.name;
         EXPECT_EQ(deselected, c.deselectedRows) << c.name;
+        // Row by row the answer agrees, and the runs stay sorted and apart.
+        for (int r = 0; r < proxy.rowCount(); ++r) {
+            const KyString name = proxy.index(r, 0).data().toString();
+            const bool want = std::find(c.selected.begin(), c.selected.end(), name) != c.selected.end();
+            EXPECT_EQ(selection.isSelected(proxy.index(r, 0)), want) << c.name << " row " << r;
+            EXPECT_FALSE(selection.isSelected(model.index(r, 0))) << "an index of another model";
+        }
+        const KyRowRanges& runs = selection.selection();
+        for (std::size_t i = 1; i < runs.size(); ++i) EXPECT_GT(runs[i].first, runs[i - 1].last + 1) << c.name;
     }
 }
 

@@ -216,6 +216,21 @@ TEST_F(ProxyFixture, FilterIgnoresCaseInTheKeyColumnOrInAnyColumn) {
     }
 }
 
+TEST_F(ProxyFixture, AFilterThatScattersRowsBecomesOneReset) {
+    KyVector<KyStandardItemModel::Row> rows;
+    for (int i = 0; i < 2000; ++i) rows.append(makeRow(i, i % 2 ? "odd" : "even", i % 7));
+    source.setRows(std::move(rows));
+    proxy.sort(1);
+    SignalMirror mirror(proxy);
+    int resets = 0;
+    KyObject::connect(&proxy, &KyAbstractItemModel::modelReset, [&] { ++resets; });
+    for (const char* filter : {"odd", "", "EVEN", "e"}) {
+        proxy.setFilterFixedString(filter);
+        expectConsistent(mirror, filter);
+    }
+    EXPECT_EQ(resets, 3) << "a thousand scattered runs each time; \"e\" after \"EVEN\" changes nothing";
+}
+
 TEST_F(ProxyFixture, EditsThroughTheProxyReachTheSourceAndResortTheRow) {
     for (int i = 0; i < 5; ++i) source.appendRow(makeRow(i, KyString::format("row %d", i), i));
     proxy.sort(1, KySortOrder::Ascending);

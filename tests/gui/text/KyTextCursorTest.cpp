@@ -24,6 +24,7 @@ TEST(KyTextCursor, MovesByCodePointWordLineAndBlock) {
         {"right steps over a two-byte letter", 1, C::Right, 1, 3, true},
         {"left steps back over it", 3, C::Left, 1, 1, true},
         {"right from the end fails", 38, C::Right, 1, 38, false},
+        {"left from the start fails", 0, C::Left, 1, 0, false},
         {"next word skips the word and the blank", 0, C::NextWord, 1, 7, true},
         {"next word stops at punctuation", 7, C::NextWord, 1, 13, true},
         {"next word crosses the line end", 15, C::NextWord, 1, 25, true},
