@@ -254,6 +254,12 @@ void KySortFilterProxyModel::reorder_(const KyVector<int>& moved) {
     proxyToSource_.clear();
     std::merge(rest.begin(), rest.end(), sortedMoved.begin(), sortedMoved.end(), std::back_inserter(proxyToSource_), order);
     endKeyCache_();
+    finishReorder_(old);
+}
+
+// After proxyToSource_ took its new order: moves the persistent cells from
+// the order old and tells the listeners.
+void KySortFilterProxyModel::finishReorder_(const KyVector<int>& old) {
     reindexFrom_(0);
     KyVector<int> oldToNew(old.size());
     for (std::size_t i = 0; i < old.size(); ++i) oldToNew[i] = sourceToProxy_[std::size_t(old[i])];
@@ -267,11 +273,7 @@ void KySortFilterProxyModel::resort_() {
     beginKeyCache_();
     std::sort(proxyToSource_.begin(), proxyToSource_.end(), [this](int a, int b) { return before_(a, b); });
     endKeyCache_();
-    reindexFrom_(0);
-    KyVector<int> oldToNew(old.size());
-    for (std::size_t i = 0; i < old.size(); ++i) oldToNew[i] = sourceToProxy_[std::size_t(old[i])];
-    remapPersistentRows(oldToNew);
-    layoutChanged();
+    finishReorder_(old);
 }
 
 void KySortFilterProxyModel::refilter_() {

@@ -96,6 +96,7 @@ private:
     void reorder_(const KyVector<int>& movedSourceRows);
     void refilter_();
     void resort_();
+    void finishReorder_(const KyVector<int>& old);
 
     void onDataChanged_(const KyModelIndex& topLeft, const KyModelIndex& bottomRight, const KyList<int>& roles);
     void onRowsInserted_(const KyModelIndex& parent, int first, int last);
