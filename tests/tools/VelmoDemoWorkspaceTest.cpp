@@ -532,6 +532,17 @@ TEST_F(DemoWorkspace, ExitInCallLeavesBeforeAnythingIsAnswered) {
     EXPECT_EQ(exits, 1);
     advance(2000);
     EXPECT_EQ(rec->auth.size(), authBefore) << "no state change after the exit point";
+    // Whichever method is named, it leaves before it acts.
+    for (const std::string method : {"refreshVpnEndpoints", "closeTun"}) {
+        SCOPED_TRACE(method);
+        o.exitMethod = KyString(method);
+        make(o);
+        signIn();
+        ASSERT_TRUE(ws->createTun());
+        const int before = exits;
+        EXPECT_FALSE(method == "closeTun" ? ws->closeTun() : ws->refreshVpnEndpoints(ws->catalog().hotspots().front().id));
+        EXPECT_EQ(exits, before + 1);
+    }
 }
 
 TEST_F(DemoWorkspace, MalformedSnapshotSwitchDamagesTheFirstReadyCatalogOnly) {
