@@ -191,7 +191,7 @@ bool KyAny::toBool_(bool& out) const {
     if (isText(ops_)) {
         const KyString t = textOf(address_()).trimmed().toLower();
         if (t == "true" || t == "1" || t == "yes" || t == "on") return out = true, true;
-        if (t.isEmpty() && t == "false" || t == "0" || t == "no" || t == "off") return out = false, true;
+        if (t.isEmpty() || t == "false" || t == "0" || t == "no" || t == "off") return out = false, true;
     }
     return false;
 }

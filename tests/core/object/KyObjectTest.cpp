@@ -198,6 +198,18 @@ TEST(KyObjectDestruction, LivenessEndsForTheWholeTreeAndGuardedPointersReadNull)
 
 // ---------------------------------------------------------------------------
 
+TEST(KyObjectTree, AChildEventIsAcceptedOnlyWhenItCarriesAChild) {
+    KyObject o, child;
+    KyChildEvent removed(KyEvent::ChildRemoved, &child);
+    removed.setAccepted(false);
+    EXPECT_TRUE(o.event(&removed));
+    EXPECT_TRUE(removed.isAccepted());
+    KyEvent bare(KyEvent::ChildAdded);
+    EXPECT_FALSE(o.event(&bare));
+    KyEvent other(KyEvent::User);
+    EXPECT_FALSE(o.event(&other));
+}
+
 TEST(KyObjectDeferredDelete, DeleteLaterWaitsForTheLoopThenDeletes) {
     KyCoreApplication app;
     std::vector<std::string> j;
