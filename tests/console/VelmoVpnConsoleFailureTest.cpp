@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "../support/KyTestEnv.h"
 #include "../support/KyTestProcess.h"
 
 #include <signal.h>
@@ -22,11 +23,7 @@
 
 namespace {
 
-struct ChildResult {
-    bool finished = false;
-    int signal = 0;
-    int exitCode = -1;
-};
+struct ChildResult { bool finished = false; int signal = 0; int exitCode = -1; };
 
 ChildResult runHelper(const std::vector<std::string>& args, const std::string& stateDir) {
     ChildResult result;
@@ -39,13 +36,6 @@ ChildResult runHelper(const std::vector<std::string>& args, const std::string& s
     result.finished = child.exited();
     result.signal = child.termSignal();
     return result;
-}
-
-std::string readAll(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
 }
 
 std::vector<std::string> linesOf(const std::string& text) {
@@ -64,15 +54,13 @@ std::vector<std::string> plain(const KyList<KyString>& list) {
 
 class VelmoVpnConsoleFailureTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        setenv("XDG_STATE_HOME", stateDir_.c_str(), 1);
-        KyCrashHandler::setApplicationName("VelmoVpnConsole");
-    }
+    void SetUp() override { KyCrashHandler::setApplicationName("VelmoVpnConsole"); }
     std::string markerPath() const { return crashDir_ + "/last_startup_failure.txt"; }
 
     kytest::TempDir dir_;
     std::string stateDir_ = dir_.path().toStdString();
     std::string crashDir_ = stateDir_ + "/VelmoVpnConsole/crashes";
+    kytest::ScopedEnv env_{{"XDG_STATE_HOME", stateDir_.c_str()}};
 };
 
 }  // namespace
@@ -99,7 +87,7 @@ TEST_F(VelmoVpnConsoleFailureTest, StartupFailureWritesTheLogAndTheMarkerLineByL
         std::filesystem::remove_all(crashDir_, ec);
         velmoVpnConsolePersistStartupFailure(row.stage, row.message);
 
-        const std::string marker = readAll(markerPath());
+        const std::string marker = kytest::readFile(markerPath());
         EXPECT_EQ(marker.find('\r'), std::string::npos);
         ASSERT_FALSE(marker.empty());
         EXPECT_EQ(marker.back(), '\n');
@@ -113,7 +101,7 @@ TEST_F(VelmoVpnConsoleFailureTest, StartupFailureWritesTheLogAndTheMarkerLineByL
         const std::string logPath = crashDir_ + "/VelmoVpnConsole_startup_" + stamp + ".log";
         EXPECT_EQ(m[3], "log=" + logPath);
 
-        const std::string log = readAll(logPath);
+        const std::string log = kytest::readFile(logPath);
         EXPECT_EQ(log.find('\r'), std::string::npos);
         EXPECT_EQ(log.back(), '\n');
         const auto l = linesOf(log);
@@ -128,12 +116,12 @@ TEST_F(VelmoVpnConsoleFailureTest, StartupFailureWritesTheLogAndTheMarkerLineByL
 TEST_F(VelmoVpnConsoleFailureTest, WithoutACrashDirectoryNothingIsWritten) {
     const std::string blocker = stateDir_ + "/file";
     std::ofstream(blocker) << "x";
-    setenv("XDG_STATE_HOME", blocker.c_str(), 1);
+    env_.set("XDG_STATE_HOME", blocker.c_str());
     KyCrashHandler::setApplicationName("VelmoVpnConsole");
     velmoVpnConsolePersistStartupFailure("opening", "nowhere to go");
     EXPECT_TRUE(VelmoVpnConsoleFailure::startupMarkerPath_().isEmpty());
     EXPECT_TRUE(VelmoVpnConsoleFailure::takeLastReportBoxes().isEmpty());
-    EXPECT_EQ(readAll(blocker), "x");
+    EXPECT_EQ(kytest::readFile(blocker), "x");
 }
 
 TEST(VelmoVpnConsoleMarker, MarkerLinesAreReadByTheirKeys) {
@@ -238,7 +226,7 @@ TEST_F(VelmoVpnConsoleFailureTest, EveryCrashWordCrashesForRealAndIsReportedOnce
         EXPECT_TRUE(VelmoVpnConsoleFailure::takeLastReportBoxes().isEmpty());
     }
     // The child's log lines went to the runtime log in the crash directory.
-    EXPECT_NE(readAll(crashDir_ + "/VelmoVpnConsole_runtime.log").find("failure helper running"), std::string::npos);
+    EXPECT_NE(kytest::readFile(crashDir_ + "/VelmoVpnConsole_runtime.log").find("failure helper running"), std::string::npos);
 }
 
 TEST_F(VelmoVpnConsoleFailureTest, ChildFailuresLeaveTheirStageAndReason) {

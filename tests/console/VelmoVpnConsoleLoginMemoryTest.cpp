@@ -3,11 +3,10 @@
 // nobody else's.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <optional>
 #include <string>
 #include <vector>
 
+#include "../support/KyTestEnv.h"
 #include "../support/KyTestProcess.h"
 #include "console/VelmoVpnConsoleLoginMemory.h"
 #include "console/VelmoVpnConsoleSession.h"
@@ -19,22 +18,6 @@ namespace {
 
 class VelmoVpnConsoleLoginMemoryFile : public ::testing::Test {
 protected:
-    void SetUp() override {
-        for (const char* name : kVariables) {
-            const char* value = std::getenv(name);
-            saved_.push_back(value ? std::optional<std::string>(value) : std::nullopt);
-        }
-        ::setenv("HOME", home_.path().c_str(), 1);
-        ::setenv("XDG_CONFIG_HOME", config_.path().c_str(), 1);
-    }
-    void TearDown() override {
-        for (std::size_t i = 0; i < saved_.size(); ++i) {
-            if (saved_[i])
-                ::setenv(kVariables[i], saved_[i]->c_str(), 1);
-            else
-                ::unsetenv(kVariables[i]);
-        }
-    }
     KyString settingsPath() const { return config_.path() + "/velmo/VelmoVpnConsole.conf"; }
     KyString fileText() const {
         KyString text;
@@ -51,10 +34,9 @@ protected:
         return out;
     }
 
-    static constexpr const char* kVariables[] = {"HOME", "XDG_CONFIG_HOME"};
-    std::vector<std::optional<std::string>> saved_;
     kytest::TempDir home_;
     kytest::TempDir config_;
+    const kytest::ScopedEnv env_{{"HOME", home_.path().c_str()}, {"XDG_CONFIG_HOME", config_.path().c_str()}};
 };
 
 TEST_F(VelmoVpnConsoleLoginMemoryFile, WithoutAFileTheDefaultsApplyAndNothingIsWritten) {
@@ -85,17 +67,14 @@ TEST_F(VelmoVpnConsoleLoginMemoryFile, ALoginIsStoredTrimmedInTheLoginGroupOfThe
     EXPECT_EQ(s.rememberedEmail, "ann@example.org");
 }
 
-TEST_F(VelmoVpnConsoleLoginMemoryFile, ABlankEmailStoresNothingNotEvenTheBaseUrl) {
+TEST_F(VelmoVpnConsoleLoginMemoryFile, ABlankEmailStoresNothingAndABlankBaseUrlStoresTheDefaultServer) {
     velmoVpnConsoleRememberLoginIdentity("https://vpn.example.org", " \t\r\n");
     EXPECT_FALSE(KyFile::exists(settingsPath()));
 
     velmoVpnConsoleRememberLoginIdentity("https://first.example.org", "ann@example.org");
     velmoVpnConsoleRememberLoginIdentity("https://second.example.org", "");
     EXPECT_EQ(velmoVpnConsoleRememberedBaseUrl(), "https://first.example.org");
-}
-
-TEST_F(VelmoVpnConsoleLoginMemoryFile, ABlankBaseUrlIsStoredAsTheDefaultServer) {
-    velmoVpnConsoleRememberLoginIdentity("https://vpn.example.org", "ann@example.org");
+    // A blank base URL is stored as the default server.
     velmoVpnConsoleRememberLoginIdentity("   ", "ann@example.org");
     EXPECT_NE(fileText().indexOf("baseUrl=https://workspace.velmo.net\n"), KyString::npos);
 }
@@ -151,11 +130,7 @@ TEST_F(VelmoVpnConsoleLoginMemoryFile, ACorruptFileReadsAsEmptyAndIsReplacedByTh
 }
 
 TEST(VelmoVpnConsoleLoginMemory, SanitisingTrimsDropsBlanksAndCaseTwinsAndStopsAtSeven) {
-    struct Row {
-        const char* name;
-        std::vector<const char*> in;
-        std::vector<const char*> out;
-    };
+    struct Row { const char* name; std::vector<const char*> in; std::vector<const char*> out; };
     const Row rows[] = {
         {"empty", {}, {}},
         {"trims blanks, tabs, CR and LF", {" a@x \t", "\r\nb@x\n"}, {"a@x", "b@x"}},
@@ -170,9 +145,8 @@ TEST(VelmoVpnConsoleLoginMemory, SanitisingTrimsDropsBlanksAndCaseTwinsAndStopsA
     };
     for (const Row& r : rows) {
         SCOPED_TRACE(r.name);
-        KyList<KyString> in;
+        KyList<KyString> in, out;
         for (const char* s : r.in) in.append(s);
-        KyList<KyString> out;
         for (const char* s : r.out) out.append(s);
         EXPECT_EQ(VelmoVpnConsoleLoginMemory::sanitizedHistory_(in), out);
     }

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "../support/KyTestEnv.h"
 #include "../support/KyTestProcess.h"
 #include "console/VelmoVpnConsoleSession.h"
 #include "console/VelmoVpnConsoleStateLog.h"
@@ -45,26 +46,16 @@ TEST(VelmoVpnConsoleAuthState, StoresEveryMemberAsItStands) {
 }
 
 TEST(VelmoVpnConsoleAuthState, MissingOrBadMembersReadAsEmptyAndTheBaseUrlFallsBackToTheDefault) {
-    struct Row {
-        const char* name;
-        const char* json;
-        const char* status;
-        const char* baseUrl;
-        const char* error;
-        bool remember;
-        bool focusPassword;
-    };
+    struct Row { const char* name; const char* json; const char* status; const char* error; bool remember, focusPassword; };
     const Row rows[] = {
-        {"no baseUrl", R"({"status":"logged_out"})", "logged_out", "https://workspace.velmo.net", "", false, false},
-        {"empty baseUrl", R"({"status":"ready","baseUrl":"","email":"a@b"})", "ready", "https://workspace.velmo.net",
-         "", true, false},
-        {"malformed text", R"({"status":"ready",)", "", "https://workspace.velmo.net", "", false, false},
-        {"array root", R"(["ready"])", "", "https://workspace.velmo.net", "", false, false},
-        {"mistyped members", R"({"status":1,"email":true,"error":{"x":1}})", "", "https://workspace.velmo.net", "",
-         false, false},
-        {"login error", R"({"status":"logged_out","error":"Invalid credentials"})", "logged_out",
-         "https://workspace.velmo.net", "Invalid credentials", false, true},
-        {"blank e-mail is not empty", R"({"email":" "})", "", "https://workspace.velmo.net", "", true, false},
+        {"no baseUrl", R"({"status":"logged_out"})", "logged_out", "", false, false},
+        {"empty baseUrl", R"({"status":"ready","baseUrl":"","email":"a@b"})", "ready", "", true, false},
+        {"malformed text", R"({"status":"ready",)", "", "", false, false},
+        {"array root", R"(["ready"])", "", "", false, false},
+        {"mistyped members", R"({"status":1,"email":true,"error":{"x":1}})", "", "", false, false},
+        {"login error", R"({"status":"logged_out","error":"Invalid credentials"})", "logged_out", "Invalid credentials",
+         false, true},
+        {"blank e-mail is not empty", R"({"email":" "})", "", "", true, false},
     };
     for (const Row& r : rows) {
         SCOPED_TRACE(r.name);
@@ -72,7 +63,7 @@ TEST(VelmoVpnConsoleAuthState, MissingOrBadMembersReadAsEmptyAndTheBaseUrlFallsB
         velmoVpnConsoleApplyAuthState(s, kFullAuth);
         const VelmoVpnConsoleSnapshotFollowUp f = velmoVpnConsoleApplyAuthState(s, r.json);
         EXPECT_EQ(s.authStatus, r.status);
-        EXPECT_EQ(s.baseUrl, r.baseUrl);
+        EXPECT_EQ(s.baseUrl, "https://workspace.velmo.net");
         EXPECT_EQ(s.authError, r.error);
         EXPECT_EQ(f.rememberIdentity, r.remember);
         EXPECT_EQ(f.focusPassword, r.focusPassword);
@@ -85,12 +76,7 @@ TEST(VelmoVpnConsoleAuthState, MissingOrBadMembersReadAsEmptyAndTheBaseUrlFallsB
 // --- vpnCatalogState --------------------------------------------------------
 
 TEST(VelmoVpnConsoleCatalogState, AnEmptyActiveIdNeverClearsAKnownOne) {
-    struct Row {
-        const char* name;
-        const char* before;
-        const char* json;
-        const char* after;
-    };
+    struct Row { const char* name; const char* before; const char* json; const char* after; };
     const Row rows[] = {
         {"empty keeps known", "hs-2", R"({"activeHotspotId":""})", "hs-2"},
         {"missing keeps known", "hs-2", R"({})", "hs-2"},
@@ -109,11 +95,7 @@ TEST(VelmoVpnConsoleCatalogState, AnEmptyActiveIdNeverClearsAKnownOne) {
 }
 
 TEST(VelmoVpnConsoleCatalogState, NodesStandInForMissingOrEmptyHotspots) {
-    struct Row {
-        const char* name;
-        const char* json;
-        const char* firstId; // "" for an empty list
-    };
+    struct Row { const char* name; const char* json; const char* firstId; };
     const Row rows[] = {
         {"hotspots", R"({"hotspots":[{"id":"h"}],"nodes":[{"id":"n"}]})", "h"},
         {"only nodes", R"({"nodes":[{"id":"n"}]})", "n"},
@@ -137,11 +119,7 @@ TEST(VelmoVpnConsoleCatalogState, NodesStandInForMissingOrEmptyHotspots) {
 }
 
 TEST(VelmoVpnConsoleCatalogState, OnlyAReadyCatalogWithoutTheSelectionDropsIt) {
-    struct Row {
-        const char* name;
-        const char* json;
-        bool dropped;
-    };
+    struct Row { const char* name; const char* json; bool dropped; };
     const Row rows[] = {
         {"listed by id", R"({"status":"ready","hotspots":[{"id":"hs-1"},{"id":"hs-9"}]})", false},
         {"listed by name where id is empty", R"({"status":"ready","hotspots":[{"id":"","name":"hs-9"}]})", false},
@@ -178,22 +156,17 @@ TEST(VelmoVpnConsoleCatalogState, OnlyAReadyCatalogWithoutTheSelectionDropsIt) {
     }
 }
 
-TEST(VelmoVpnConsoleCatalogState, AReadyCatalogResetsTheEndpointStateAlsoWithoutASelection) {
+TEST(VelmoVpnConsoleCatalogState, StatusAndErrorAreStoredAndAReadyCatalogResetsTheEndpointState) {
     VelmoVpnConsoleSession s = linkedSession();
     s.endpointStatus = "loading";
     s.endpointError = "stale";
-    const VelmoVpnConsoleSnapshotFollowUp f =
-        velmoVpnConsoleApplyCatalogState(s, R"({"status":"ready","hotspots":[{"id":"hs-1"}]})");
-    EXPECT_FALSE(f.selectionDropped);
-    EXPECT_EQ(s.endpointStatus, "idle");
-    EXPECT_EQ(s.endpointError, "");
-}
-
-TEST(VelmoVpnConsoleCatalogState, StatusAndErrorAreStoredAndClearedByMalformedText) {
-    VelmoVpnConsoleSession s = linkedSession();
     velmoVpnConsoleApplyCatalogState(s, R"({"status":"loading","error":"catalog: 503"})");
     EXPECT_EQ(s.catalogStatus, "loading");
     EXPECT_EQ(s.catalogError, "catalog: 503");
+    EXPECT_EQ(s.endpointStatus, "loading");
+    EXPECT_FALSE(velmoVpnConsoleApplyCatalogState(s, R"({"status":"ready","hotspots":[{"id":"hs-1"}]})").selectionDropped);
+    EXPECT_EQ(s.endpointStatus, "idle") << "also without a selection";
+    EXPECT_EQ(s.endpointError, "");
     velmoVpnConsoleApplyCatalogState(s, "\x01garbage");
     EXPECT_EQ(s.catalogStatus, "");
     EXPECT_EQ(s.catalogError, "");
@@ -202,12 +175,7 @@ TEST(VelmoVpnConsoleCatalogState, StatusAndErrorAreStoredAndClearedByMalformedTe
 // --- vpnEndpointsState ------------------------------------------------------
 
 TEST(VelmoVpnConsoleEndpointsState, HotspotIdOrNodeIdSelectsAndDevicesAreStored) {
-    struct Row {
-        const char* name;
-        const char* json;
-        const char* inspected;
-        int devices;
-    };
+    struct Row { const char* name; const char* json; const char* inspected; int devices; };
     const Row rows[] = {
         {"hotspotId selects", R"({"hotspotId":"hs-1","devices":[{"id":"d1"},{"id":"d2"}]})", "hs-1", 2},
         {"only nodeId selects", R"({"nodeId":"hs-2","devices":[{"id":"d1"}]})", "hs-2", 1},
@@ -303,11 +271,7 @@ TEST(VelmoVpnConsoleSignIn, SignInAndLogoutNeedTheLinkAndTheProxy) {
 // --- what refreshSessionUi shows --------------------------------------------
 
 TEST(VelmoVpnConsoleSessionView, SignInIsEnabledOnlyWithTheLinkAndNoSessionWorkUnderWay) {
-    struct Row {
-        bool connected;
-        const char* status;
-        bool enabled;
-    };
+    struct Row { bool connected; const char* status; bool enabled; };
     const Row rows[] = {
         {false, "logged_out", false},   {true, "logged_out", true},    {true, "authenticating", false},
         {true, "restoring", false},     {true, "logging_out", false},  {true, "reconnecting", true},
@@ -351,18 +315,11 @@ TEST(VelmoVpnConsoleSessionView, TextsTonesAndStatusBarFollowTheSession) {
 }
 
 TEST(VelmoVpnConsoleSessionView, EmailFieldTakesTheSignedInOrTheRememberedAddress) {
-    struct Row {
-        const char* name;
-        const char* sessionEmail;
-        const char* remembered;
-        const char* field;
-        const char* update; // nullptr: the field stays
-    };
+    struct Row { const char* name; const char* sessionEmail; const char* remembered; const char* field; const char* update; };
     const Row rows[] = {
         {"remembered fills an empty field", "", "ann@example.org", "", "ann@example.org"},
         {"remembered fills a blank field", "", "ann@example.org", "  ", "ann@example.org"},
-        {"typed text stays", "", "ann@example.org", "bob@", nullptr},
-        {"nothing remembered", "", "", "", nullptr},
+        {"typed text stays", "", "ann@example.org", "bob@", nullptr}, {"nothing remembered", "", "", "", nullptr},
         {"signed-in address wins", "cy@example.org", "ann@example.org", "bob@example.org", "cy@example.org"},
         {"signed-in address already there", "cy@example.org", "", "cy@example.org", nullptr},
         {"padding counts as a difference", "cy@example.org", "", " cy@example.org", "cy@example.org"},
@@ -372,25 +329,15 @@ TEST(VelmoVpnConsoleSessionView, EmailFieldTakesTheSignedInOrTheRememberedAddres
         VelmoVpnConsoleSession s;
         s.sessionEmail = r.sessionEmail;
         s.rememberedEmail = r.remembered;
-        const std::optional<KyString> update = velmoVpnConsoleEmailFieldUpdate(s, r.field);
-        if (r.update) {
-            ASSERT_TRUE(update.has_value());
-            EXPECT_EQ(*update, r.update);
-        } else {
-            EXPECT_FALSE(update.has_value());
-        }
+        // nullptr: the field stays as typed.
+        EXPECT_EQ(velmoVpnConsoleEmailFieldUpdate(s, r.field), r.update ? std::optional<KyString>(r.update) : std::nullopt);
     }
 }
 
 // --- shells -----------------------------------------------------------------
 
 TEST(VelmoVpnConsoleShells, ShellFollowsReadinessLoadingAndGrace) {
-    struct Row {
-        bool connected;
-        const char* status;
-        bool bootstrapDone;
-        int shell;
-    };
+    struct Row { bool connected; const char* status; bool bootstrapDone; int shell; };
     const Row rows[] = {
         {false, "logged_out", false, 1}, {false, "logged_out", true, 1},   {false, "ready", true, 1},
         {true, "logged_out", false, 1},  {true, "logged_out", true, 0},    {true, "logging_out", true, 0},
@@ -409,13 +356,7 @@ TEST(VelmoVpnConsoleShells, ShellFollowsReadinessLoadingAndGrace) {
 
 TEST(VelmoVpnConsoleShells, ASessionWalksThroughTheShellsAndReportsEachChangeOnce) {
     VelmoVpnConsoleSession s; // currentShell starts at 0; the loading window is shown directly at start
-    struct Step {
-        const char* name;
-        void (*change)(VelmoVpnConsoleSession&);
-        int shell;
-        bool changed;
-        bool showConsole;
-    };
+    struct Step { const char* name; void (*change)(VelmoVpnConsoleSession&); int shell; bool changed, showConsole; };
     const Step steps[] = {
         {"no agent yet", [](VelmoVpnConsoleSession&) {}, 1, true, false},
         {"still no agent", [](VelmoVpnConsoleSession&) {}, 1, false, false},
@@ -459,11 +400,7 @@ VelmoVpnConsoleSession onVpn(const char* active, const char* local) {
 }
 
 TEST(VelmoVpnConsoleTuckAway, ForeignVpnIsOnlyOneThatIsNotOursOnAnOpenTunnel) {
-    struct Row {
-        const char* name;
-        void (*change)(VelmoVpnConsoleSession&);
-        bool foreign;
-    };
+    struct Row { const char* name; void (*change)(VelmoVpnConsoleSession&); bool foreign; };
     const Row rows[] = {
         {"foreign", [](VelmoVpnConsoleSession&) {}, true},
         {"no local VPN", [](VelmoVpnConsoleSession& x) { x.localVpnId = ""; }, true},
@@ -523,15 +460,8 @@ TEST(VelmoVpnConsoleTuckAway, ConsoleTucksAwayOnceForEachJoinedVpn) {
 
 class VelmoVpnConsoleStateTrail : public ::testing::Test {
 protected:
-    // Rules of the surrounding environment must not decide what the trail shows.
     void SetUp() override {
-        for (const char* name : {"KY_LOGGING_RULES", "KY_DEBUG_RULES"}) {
-            const char* value = std::getenv(name);
-            savedRules_.push_back(value ? std::optional<std::string>(value) : std::nullopt);
-            ::unsetenv(name);
-        }
         KyDebug::reloadEnvironmentRules();
-        logPath_ = dir_.file("runtime.log");
         KyDebug::setStderrEnabled(false);
         KyDebug::setLogFile(logPath_, "VelmoVpnConsoleSessionTest");
         KyDebug::setFileLoggingEnabled(true);
@@ -539,13 +469,7 @@ protected:
     void TearDown() override {
         KyDebug::setFileLoggingEnabled(false);
         KyDebug::setStderrEnabled(true);
-        const char* names[] = {"KY_LOGGING_RULES", "KY_DEBUG_RULES"};
-        for (std::size_t i = 0; i < savedRules_.size(); ++i) {
-            if (savedRules_[i])
-                ::setenv(names[i], savedRules_[i]->c_str(), 1);
-            else
-                ::unsetenv(names[i]);
-        }
+        env_.restore();
         KyDebug::reloadEnvironmentRules();
     }
     // The messages of the trail's lines in the log file, without the prefix.
@@ -568,9 +492,10 @@ protected:
         log_.record(velmoVpnConsoleSessionView(s), s.currentShell);
     }
 
-    std::vector<std::optional<std::string>> savedRules_;
+    // Rules of the surrounding environment must not decide what the trail shows.
+    kytest::ScopedEnv env_{{"KY_LOGGING_RULES", nullptr}, {"KY_DEBUG_RULES", nullptr}};
     kytest::TempDir dir_;
-    KyString logPath_;
+    KyString logPath_ = dir_.file("runtime.log");
     VelmoVpnConsoleStateLog log_;
 };
 
@@ -633,10 +558,10 @@ TEST_F(VelmoVpnConsoleStateTrail, AMultiLineErrorStaysOneLineAndResetRepeatsEver
 }
 
 TEST_F(VelmoVpnConsoleStateTrail, ALoggingRuleSilencesTheTrail) {
-    ASSERT_EQ(::setenv("KY_LOGGING_RULES", "velmo.console.state=false", 1), 0);
+    env_.set("KY_LOGGING_RULES", "velmo.console.state=false");
     KyDebug::reloadEnvironmentRules();
     const KyList<KyString> lines = log_.record({"a", "b", "c", "d", "login"});
-    ::unsetenv("KY_LOGGING_RULES");
+    env_.set("KY_LOGGING_RULES", nullptr);
     KyDebug::reloadEnvironmentRules();
 
     EXPECT_EQ(lines.count(), 5) << "the change is still reported to the caller";

@@ -42,21 +42,11 @@ KyIpcSignature sig(const char* letters) { return *KyIpcSignature::parse(letters)
 }  // namespace
 
 TEST(KyIpcSignature, LettersGiveTheArgumentListAndTheHashedTypeId) {
-    struct Row {
-        const char* name;
-        const char* letters;
-        const char* list;
-    };
+    struct Row { const char* name; const char* letters; const char* list; };
     const Row rows[] = {
-        {"empty", "", ""},
-        {"bool", "b", "bool"},
-        {"int", "i", "int"},
-        {"unsigned", "u", "unsigned int"},
-        {"u64", "t", "long unsigned int"},
-        {"string", "s", "KyString"},
-        {"registry event", "t", "long unsigned int"},
-        {"config", "ts", "long unsigned int, KyString"},
-        {"three ints", "iii", "int, int, int"},
+        {"empty", "", ""}, {"bool", "b", "bool"}, {"int", "i", "int"}, {"unsigned", "u", "unsigned int"},
+        {"u64", "t", "long unsigned int"}, {"string", "s", "KyString"}, {"registry event", "t", "long unsigned int"},
+        {"config", "ts", "long unsigned int, KyString"}, {"three ints", "iii", "int, int, int"},
         {"agent pair", "bs", "bool, KyString"},
         {"rpc request without arguments", "tus", "long unsigned int, unsigned int, KyString"},
         {"rpc reply", "tbsb", "long unsigned int, bool, KyString, bool"},
@@ -83,16 +73,10 @@ TEST(KyIpcSignature, RunTimeIdsEqualTheTypedChannelsIds) {
 }
 
 TEST(KyIpcSignature, BadLettersAreRefusedWithTheirPosition) {
-    struct Row {
-        const char* letters;
-        const char* expected;
-    };
+    struct Row { const char* letters; const char* expected; };
     const Row rows[] = {
-        {"x", "letter 'x' at position 1"},
-        {"bsq", "letter 'q' at position 3"},
-        {"b s", "letter ' ' at position 2"},
-        {"B", "letter 'B' at position 1"},
-        {"i\x01", "letter '\\x01' at position 2"},
+        {"x", "letter 'x' at position 1"}, {"bsq", "letter 'q' at position 3"}, {"b s", "letter ' ' at position 2"},
+        {"B", "letter 'B' at position 1"}, {"i\x01", "letter '\\x01' at position 2"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.letters);

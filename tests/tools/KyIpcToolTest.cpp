@@ -30,11 +30,7 @@ constexpr auto kLong = std::chrono::milliseconds(60000);
 
 KyString kyipcPath() { return kytest::helperPath("../../tools/kyipc"); }
 
-struct ToolRun {
-    int code = -1;
-    std::string out;
-    std::string err;
-};
+struct ToolRun { int code = -1; std::string out; std::string err; };
 
 class KyIpcTool : public ::testing::Test {
 protected:
@@ -312,11 +308,7 @@ TEST_F(KyIpcTool, SignalsTargetsAndAppsListTheHelpersRows) {
 }
 
 TEST_F(KyIpcTool, BadCommandLinesExitWithTwoAndSayWhy) {
-    struct Row {
-        const char* name;
-        std::vector<std::string> args;
-        const char* message;
-    };
+    struct Row { const char* name; std::vector<std::string> args; const char* message; };
     const std::string d = domain_;
     const Row rows[] = {
         {"bad signature letter", {"watch", d, kObject, "status", "iz"}, "letter 'z' at position 2"},

@@ -13,6 +13,7 @@
 #include "core/io/KyFile.h"
 #include "core/types/KyJsonDocument.h"
 #include "core/types/KyJsonHelpers.h"
+#include "../support/KyTestEnv.h"
 #include "../support/KyTestProcess.h"
 #include "tools/velmo-demo-agent/VelmoDemoCommandLine.h"
 #include "tools/velmo-demo-agent/VelmoDemoWorkspace.h"
@@ -151,14 +152,8 @@ TEST_F(DemoWorkspace, DemoAccountSignsInAfterADelayAndIsRememberedPrivately) {
 }
 
 TEST_F(DemoWorkspace, BadSignInsEndLoggedOutWithAnErrorAndNoSession) {
-    struct Row {
-        const char* name;
-        const char* baseUrl;
-        const char* email;
-        const char* password;
-        bool loginError;
-        const char* errorPart;
-    };
+    struct Row { const char* name; const char* baseUrl; const char* email; const char* password; bool loginError;
+                 const char* errorPart; };
     const Row rows[] = {
         {"wrong password", "", "demo@velmo.net", "nope", false, "Invalid e-mail or password"},
         {"wrong account", "", "someone@velmo.net", "velmo-demo", false, "Invalid e-mail or password"},
@@ -249,14 +244,9 @@ TEST_F(DemoWorkspace, ASignOutDuringSignInWinsOverTheLateAnswer) {
 TEST_F(DemoWorkspace, CatalogLoadsAfterSignInAndEveryEntryHasTheConsoleKeys) {
     make(options());
     signIn();
-    const std::vector<KyString> words = [&] {
-        std::vector<KyString> out;
-        for (const KyString& j : rec->catalog) out.push_back(Recorder::word(j));
-        return out;
-    }();
-    ASSERT_GE(words.size(), 3u);
-    EXPECT_EQ(words[words.size() - 2], "loading");
-    EXPECT_EQ(words.back(), "ready");
+    ASSERT_GE(rec->catalog.size(), 3u);
+    EXPECT_EQ(Recorder::word(rec->catalog[rec->catalog.size() - 2]), "loading");
+    EXPECT_EQ(Recorder::word(rec->catalog.back()), "ready");
     const KyJsonArray hotspots = rec->lastCatalog().value("hotspots").toArray();
     ASSERT_EQ(hotspots.size(), 12u);
     int unnamed = 0, oldOwnerKey = 0;
@@ -342,18 +332,7 @@ TEST_F(DemoWorkspace, InspectingAVpnLoadsItsDevicesAndTogglesAreReflected) {
     EXPECT_TRUE(rec->logHas("Unknown endpoint"));
 }
 
-TEST_F(DemoWorkspace, UnknownOrEmptySelectionsAnswerWithoutDevices) {
-    make(options());
-    signIn();
-    EXPECT_FALSE(ws->setInspectedHotspot("hs-missing"));
-    EXPECT_EQ(jsonStringValue(rec->lastEndpoints(), "error"), "Unknown VPN: hs-missing");
-    EXPECT_TRUE(ws->setInspectedHotspot(""));
-    EXPECT_EQ(Recorder::word(rec->endpoints.back()), "idle");
-    EXPECT_FALSE(ws->refreshVpnEndpoints("hs-missing"));
-    EXPECT_FALSE(ws->connectHotspot("hs-missing"));
-}
-
-TEST_F(DemoWorkspace, CatalogMethodsRefuseBeforeSignInWithALogLine) {
+TEST_F(DemoWorkspace, CatalogMethodsRefuseBeforeSignInAndUnknownOrEmptySelectionsAnswerWithoutDevices) {
     make(options());
     const std::size_t before = rec->log.size();
     EXPECT_FALSE(ws->refreshVpnCatalog());
@@ -362,8 +341,15 @@ TEST_F(DemoWorkspace, CatalogMethodsRefuseBeforeSignInWithALogLine) {
     EXPECT_FALSE(ws->setEndpointVpnState("x", "y", true));
     EXPECT_FALSE(ws->connectHotspot("x"));
     EXPECT_FALSE(ws->connectWs());
-    EXPECT_EQ(rec->log.size(), before + 6);
+    EXPECT_EQ(rec->log.size(), before + 6) << "each refusal is a log line";
     EXPECT_EQ(rec->authWords(), std::vector<KyString>{"logged_out"});
+    signIn();
+    EXPECT_FALSE(ws->setInspectedHotspot("hs-missing"));
+    EXPECT_EQ(jsonStringValue(rec->lastEndpoints(), "error"), "Unknown VPN: hs-missing");
+    EXPECT_TRUE(ws->setInspectedHotspot(""));
+    EXPECT_EQ(Recorder::word(rec->endpoints.back()), "idle");
+    EXPECT_FALSE(ws->refreshVpnEndpoints("hs-missing"));
+    EXPECT_FALSE(ws->connectHotspot("hs-missing"));
 }
 
 // ---------------------------------------------------------------- link, tunnel, traffic
@@ -446,33 +432,18 @@ TEST_F(DemoWorkspace, FilteringRaisesDropsAndLogOnlyKeepsThemAtZero) {
 // ---------------------------------------------------------------- configuration
 
 TEST(DemoFilter, KeysAreCheckedBeforeTheyAreStored) {
-    struct Row {
-        const char* key;
-        const char* value;
-        bool ok;
-        const char* stored; // read back under the canonical key
-    };
+    struct Row { const char* key; const char* value; bool ok; const char* stored; }; // stored: under the canonical key
     const Row rows[] = {
-        {"filter/protocol", "2", true, "2"},
-        {"filter/protocol", "4", false, "0"},
-        {"filter/protocol", "tcp", false, "0"},
-        {"filter/forward_mode", "1", true, "1"},
-        {"filter/src_ip", "10.44.0.9/24", true, "10.44.0.0/24"},
-        {"filter/source", "192.168.10.12", true, "192.168.10.12/32"},
-        {"filter/dst_ip", "", true, ""},
-        {"filter/dst_ip", "300.1.1.1", false, ""},
-        {"filter/port_min", "1024", true, "1024"},
-        {"filter/portMax", "65536", false, "65535"},
-        {"filter/port_max", "-1", false, "65535"},
-        {"vpn/full_mode", "true", true, "true"},
-        {"vpn/fullRoute", "maybe", false, "false"},
+        {"filter/protocol", "2", true, "2"}, {"filter/protocol", "4", false, "0"}, {"filter/protocol", "tcp", false, "0"},
+        {"filter/forward_mode", "1", true, "1"}, {"filter/src_ip", "10.44.0.9/24", true, "10.44.0.0/24"},
+        {"filter/source", "192.168.10.12", true, "192.168.10.12/32"}, {"filter/dst_ip", "", true, ""},
+        {"filter/dst_ip", "300.1.1.1", false, ""}, {"filter/port_min", "1024", true, "1024"},
+        {"filter/portMax", "65536", false, "65535"}, {"filter/port_max", "-1", false, "65535"},
+        {"vpn/full_mode", "true", true, "true"}, {"vpn/fullRoute", "maybe", false, "false"},
         {"vpn/range_mode", "2", true, "2"},
         {"vpn/allowed_ranges", "10.44.0.9/24, 1.2.3.4", true, "10.44.0.0/24, 1.2.3.4/32"},
-        {"vpn/blocked_ranges", "10.0.0.0/8, 1.2.3", false, ""},
-        {"vpn/blocked_ranges", " , ", true, ""},
-        {"filter/enabled", "off", true, "false"},
-        {"filter/colour", "red", false, ""},
-        {"", "", false, ""},
+        {"vpn/blocked_ranges", "10.0.0.0/8, 1.2.3", false, ""}, {"vpn/blocked_ranges", " , ", true, ""},
+        {"filter/enabled", "off", true, "false"}, {"filter/colour", "red", false, ""}, {"", "", false, ""},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.key + KyString(" = ") + row.value);
@@ -561,6 +532,17 @@ TEST_F(DemoWorkspace, ExitInCallLeavesBeforeAnythingIsAnswered) {
     EXPECT_EQ(exits, 1);
     advance(2000);
     EXPECT_EQ(rec->auth.size(), authBefore) << "no state change after the exit point";
+    // Whichever method is named, it leaves before it acts.
+    for (const std::string method : {"refreshVpnEndpoints", "closeTun"}) {
+        SCOPED_TRACE(method);
+        o.exitMethod = KyString(method);
+        make(o);
+        signIn();
+        ASSERT_TRUE(ws->createTun());
+        const int before = exits;
+        EXPECT_FALSE(method == "closeTun" ? ws->closeTun() : ws->refreshVpnEndpoints(ws->catalog().hotspots().front().id));
+        EXPECT_EQ(exits, before + 1);
+    }
 }
 
 TEST_F(DemoWorkspace, MalformedSnapshotSwitchDamagesTheFirstReadyCatalogOnly) {
@@ -610,42 +592,26 @@ TEST_F(DemoWorkspace, ShutdownIsAnsweredFirstAndAskedOnceShortlyAfter) {
 // ---------------------------------------------------------------- command line
 
 TEST(DemoCommandLine, OptionsAndTheirMistakes) {
-    struct Row {
-        std::vector<KyString> args;
-        const char* env;
-        bool ok;
-        const char* domain;
-    };
+    struct Row { std::vector<KyString> args; const char* env; bool ok; const char* domain; };
     const Row rows[] = {
-        {{}, "", true, "velnet"},
-        {{}, "velnet-ci", true, "velnet-ci"},
-        {{}, " velnet-ci\n", true, "velnet-ci"},
-        {{}, "   ", true, "velnet"},
-        {{"--domain", "mine"}, "velnet-ci", true, "mine"},
-        {{"--domain=mine"}, "", true, "mine"},
-        {{"--domain"}, "", false, ""},
-        {{"--domain", "a|b"}, "", false, ""},
-        {{"--domain", ""}, "", false, ""},
-        {{}, "bad domain", false, ""},
-        {{"--seed", "42", "--catalog-size", "300"}, "", true, "velnet"},
-        {{"--seed", "-1"}, "", false, ""},
-        {{"--catalog-size", "501"}, "", false, ""},
+        {{}, "", true, "velnet"}, {{}, "velnet-ci", true, "velnet-ci"}, {{}, " velnet-ci\n", true, "velnet-ci"},
+        {{}, "   ", true, "velnet"}, {{"--domain", "mine"}, "velnet-ci", true, "mine"}, {{"--domain=mine"}, "", true, "mine"},
+        {{"--domain"}, "", false, ""}, {{"--domain", "a|b"}, "", false, ""}, {{"--domain", ""}, "", false, ""},
+        {{}, "bad domain", false, ""}, {{"--seed", "42", "--catalog-size", "300"}, "", true, "velnet"},
+        {{"--seed", "-1"}, "", false, ""}, {{"--catalog-size", "501"}, "", false, ""},
         {{"--catalog-size", "ten"}, "", false, ""},
         {{"--slow-replies", "--login-error", "--malformed-snapshot", "--exit-in-call", "--reconnecting"}, "", true,
          "velnet"},
         {{"--slow-replies=loginUser", "--exit-in-call=requestShutdown"}, "", true, "velnet"},
-        {{"--slow-replies=fly"}, "", false, ""},
-        {{"--login-error=1"}, "", false, ""},
-        {{"--state-dir", "/tmp/x"}, "", true, "velnet"},
-        {{"--state-dir"}, "", false, ""},
-        {{"--verbose"}, "", false, ""},
+        {{"--slow-replies=fly"}, "", false, ""}, {{"--login-error=1"}, "", false, ""},
+        {{"--state-dir", "/tmp/x"}, "", true, "velnet"}, {{"--state-dir"}, "", false, ""}, {{"--verbose"}, "", false, ""},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(KyString::join(row.args, " ") + " env=" + row.env);
         const VelmoDemoCommandLine::Result r = VelmoDemoCommandLine::parse(row.args, row.env);
         EXPECT_EQ(r.ok, row.ok) << r.error;
-        if (r.ok) EXPECT_EQ(r.options.domain, row.domain);
-        else EXPECT_FALSE(r.error.isEmpty());
+        if (r.ok) { EXPECT_EQ(r.options.domain, row.domain); }
+        else { EXPECT_FALSE(r.error.isEmpty()); }
     }
     const auto r = VelmoDemoCommandLine::parse({"--seed", "42", "--catalog-size", "300", "--slow-replies=loginUser",
                                                 "--exit-in-call", "--state-dir", "/tmp/x"},
@@ -663,9 +629,7 @@ TEST(DemoCommandLine, OptionsAndTheirMistakes) {
 
 TEST(DemoCommandLine, TheSessionLivesInTheUsersStateDirectoryPerDomain) {
     kytest::TempDir home;
-    const char* old = std::getenv("XDG_STATE_HOME");
-    const std::string saved = old ? old : "";
-    ::setenv("XDG_STATE_HOME", home.path().c_str(), 1);
+    const kytest::ScopedEnv env{{"XDG_STATE_HOME", home.path().c_str()}};
     EXPECT_EQ(VelmoDemoWorkspace::defaultStateDirectory("velnet"), home.path() + "/velmo-demo-agent/velnet");
     EXPECT_EQ(VelmoDemoWorkspace::defaultStateDirectory("../a/b"), home.path() + "/velmo-demo-agent/.._a_b");
     EXPECT_EQ(VelmoDemoWorkspace::defaultStateDirectory(".."), home.path() + "/velmo-demo-agent/default");
@@ -673,6 +637,4 @@ TEST(DemoCommandLine, TheSessionLivesInTheUsersStateDirectoryPerDomain) {
     o.domain = "velnet-x";
     const VelmoDemoWorkspace ws(o, VelmoDemoSignals{});
     EXPECT_EQ(ws.sessionFilePath(), home.path() + "/velmo-demo-agent/velnet-x/session.json");
-    if (old) ::setenv("XDG_STATE_HOME", saved.c_str(), 1);
-    else ::unsetenv("XDG_STATE_HOME");
 }

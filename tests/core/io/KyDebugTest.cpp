@@ -10,17 +10,17 @@
 #include <gtest/gtest.h>
 
 #include "IoTestSupport.h"
+#include "../../support/KyTestEnv.h"
 #include "core/io/KyDebug.h"
 #include "core/io/KyDir.h"
 #include "core/io/KyFile.h"
+#include "core/io/KyFileInfo.h"
 
 using kytest::TempDir;
 
 namespace {
 
-struct Line {
-    std::string level, category, thread, message;
-};
+struct Line { std::string level, category, thread, message; };
 
 // "YYYY-MM-DD HH:MM:SS.mmm LEVEL [category] (thread) message", or false.
 bool splitLine(const std::string& raw, Line& out) {
@@ -59,12 +59,15 @@ bool splitLine(const std::string& raw, Line& out) {
 class KyDebugRules : public ::testing::Test {
 protected:
     void SetUp() override {
-        ::unsetenv("KY_LOGGING_RULES");
-        ::unsetenv("KY_DEBUG_RULES");
         KyDebug::reloadEnvironmentRules();
         KyDebug::setRules("");
     }
-    void TearDown() override { KyDebug::setRules(""); }
+    void TearDown() override {
+        KyDebug::setRules("");
+        env_.restore();
+        KyDebug::reloadEnvironmentRules();
+    }
+    kytest::ScopedEnv env_{{"KY_LOGGING_RULES", nullptr}, {"KY_DEBUG_RULES", nullptr}};
 };
 
 bool on(const char* category, KyLogLevel level) { return KyDebug::isEnabled(category, level); }
@@ -89,10 +92,12 @@ TEST_F(KyDebugRules, WildcardsLevelSuffixesAndTheLastMatchingRuleDecide) {
         // Malformed rules are skipped and the rest applies.
         {malformed, "ky.test.bad", KyLogLevel::Warning, true}, {malformed, "garbage", KyLogLevel::Warning, true},
         {malformed, "ky.test.good", KyLogLevel::Warning, false},
+        {"#ky.test.hash=false", "#ky.test.hash", KyLogLevel::Warning, true}, // a comment, even with '='
     };
     for (const Row& r : rows) {
+        SCOPED_TRACE(std::string(r.rules) + " / " + r.category + " / " + std::to_string(int(r.level)));
         KyDebug::setRules(r.rules);
-        EXPECT_EQ(on(r.category, r.level), r.shown) << r.rules << " / " << r.category << " / " << int(r.level);
+        EXPECT_EQ(on(r.category, r.level), r.shown);
     }
 }
 
@@ -222,8 +227,15 @@ TEST(KyDebugOutput, FileLogCanBeTurnedOffAndOnAndMovedInProcess) {
     std::thread([] { kyLogError("ky.test.file") << "from an unnamed thread"; }).join();
     KyDebug::setLogFile(dir.file("two.log"), "KyDebugTest");
     kyLogWarning("ky.test.file") << "moved";
+    // A bare file name is a file in the current directory.
+    const KyString cwd = KyDir::currentPath();
+    ASSERT_EQ(::chdir(dir.path().c_str()), 0);
+    KyDebug::setLogFile("bare.log", "KyDebugTest");
+    kyLogWarning("ky.test.file") << "bare";
+    ASSERT_EQ(::chdir(cwd.c_str()), 0);
     KyDebug::setFileLoggingEnabled(false);
     KyDebug::setStderrEnabled(true);
+    EXPECT_TRUE(KyFileInfo(dir.file("bare.log")).isFile());
 
     KyString one, two;
     ASSERT_TRUE(KyFile::readAll(dir.file("one.log"), one));

@@ -13,53 +13,36 @@
 
 using kytest::TempDir;
 
-TEST(KyFile, OpenModesWriteAppendTruncateAndRead) {
+TEST(KyFile, OpenModesWriteAppendTruncateAndReadBinaryBytes) {
     TempDir dir;
     const KyString path = dir.file("data.txt");
-
     KyFile file(path);
     ASSERT_TRUE(file.open(KyFile::WriteOnly)) << file.errorString();
-    EXPECT_TRUE(file.write("hello "));
-    EXPECT_TRUE(file.write("world"));
-    EXPECT_TRUE(file.flush());
+    EXPECT_TRUE(file.write("hello ") && file.write("world") && file.flush());
     EXPECT_EQ(file.size(), 11);
     EXPECT_TRUE(file.close());
-
     ASSERT_TRUE(file.open(KyFile::Append));
     EXPECT_TRUE(file.write("!\n"));
     file.close();
-
-    KyString all;
-    ASSERT_TRUE(KyFile::readAll(path, all));
-    EXPECT_EQ(all, "hello world!\n");
-
     ASSERT_TRUE(file.open(KyFile::ReadOnly));
-    KyString piece;
+    KyString piece, rest, atEnd;
     EXPECT_TRUE(file.read(piece, 5));
     EXPECT_EQ(piece, "hello");
     EXPECT_EQ(file.pos(), 5);
-    KyString rest;
     EXPECT_TRUE(file.readAll(rest));
     EXPECT_EQ(rest, " world!\n");
-    KyString atEnd;
     EXPECT_TRUE(file.read(atEnd, 10));
     EXPECT_TRUE(atEnd.isEmpty());
     EXPECT_FALSE(file.write("x")) << "a read-only file must refuse writes";
     file.close();
-
     ASSERT_TRUE(file.open(KyFile::WriteOnly | KyFile::Truncate));
-    EXPECT_EQ(file.size(), 0);
     file.close();
     EXPECT_EQ(KyFileInfo(path).size(), 0);
-}
 
-TEST(KyFile, LargeFilesAndBinaryBytesRoundTrip) {
-    TempDir dir;
     std::string bytes;
     for (int i = 0; i < 300000; ++i) bytes += static_cast<char>(i * 7 % 256);
-    KyString error;
+    KyString error, back;
     ASSERT_TRUE(KyFile::writeAll(dir.file("blob"), bytes, &error)) << error;
-    KyString back;
     ASSERT_TRUE(KyFile::readAll(dir.file("blob"), back, &error)) << error;
     EXPECT_EQ(back.str(), bytes);
 }
@@ -128,14 +111,11 @@ TEST(KyFile, DescriptorIsCloseOnExecAndOwnedByOneObject) {
     EXPECT_EQ(back, "moved");
 }
 
-TEST(KyFile, ExistsRemoveAndRenameWorkOnRealFiles) {
+TEST(KyFile, RenameReplacesTheTargetAndRemoveTakesFilesOnly) {
     TempDir dir;
-    const KyString a = dir.file("a");
-    const KyString b = dir.file("b");
-    EXPECT_FALSE(KyFile::exists(a));
+    const KyString a = dir.file("a"), b = dir.file("b");
     ASSERT_TRUE(KyFile::writeAll(a, "first"));
     ASSERT_TRUE(KyFile::writeAll(b, "second"));
-    EXPECT_TRUE(KyFile::exists(a));
     ASSERT_TRUE(KyFile::rename(a, b));
     EXPECT_FALSE(KyFile::exists(a));
     KyString content;
@@ -202,8 +182,9 @@ TEST(KyDir, PathPiecesSplitAtTheLastSlash) {
         {"/a/b/", "/a", ""},
     };
     for (const Row& r : rows) {
-        EXPECT_EQ(KyDir::parentPath(r.path), r.parent) << r.path;
-        EXPECT_EQ(KyDir::fileName(r.path), r.name) << r.path;
+        SCOPED_TRACE(r.path);
+        EXPECT_EQ(KyDir::parentPath(r.path), r.parent);
+        EXPECT_EQ(KyDir::fileName(r.path), r.name);
     }
 }
 
@@ -217,21 +198,13 @@ TEST(KyFileInfo, TellsFilesDirectoriesLinksSizesAndModes) {
     ASSERT_EQ(::mkfifo(dir.file("fifo").c_str(), 0600), 0);
 
     const KyFileInfo f(file);
-    EXPECT_TRUE(f.exists());
-    EXPECT_TRUE(f.isFile());
-    EXPECT_FALSE(f.isDir());
-    EXPECT_FALSE(f.isSymLink());
+    EXPECT_TRUE(f.isFile() && !f.isDir() && !f.isSymLink());
     EXPECT_EQ(f.size(), 5);
     EXPECT_EQ(f.permissions(), 0640u);
     EXPECT_GT(f.lastModifiedNs(), 0);
-
-    const KyFileInfo d(dir.path());
-    EXPECT_TRUE(d.isDir());
-    EXPECT_FALSE(d.isFile());
-
+    EXPECT_TRUE(KyFileInfo(dir.path()).isDir() && !KyFileInfo(dir.path()).isFile());
     const KyFileInfo link(dir.file("link"));
-    EXPECT_TRUE(link.isSymLink());
-    EXPECT_TRUE(link.isFile());
+    EXPECT_TRUE(link.isSymLink() && link.isFile());
     EXPECT_EQ(link.size(), 5);
 
     const KyFileInfo dangling(dir.file("dangling"));

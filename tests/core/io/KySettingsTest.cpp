@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "IoTestSupport.h"
+#include "../../support/KyTestEnv.h"
 #include "core/io/KyDebug.h"
 #include "core/io/KyDir.h"
 #include "core/io/KyFile.h"
@@ -49,10 +50,11 @@ TEST(KySettingsFormat, ParsesSectionsKeysCommentsAndEscapes) {
         {"empty value", "k=\n", {{"k", ""}}},
     };
     for (const Row& r : rows) {
+        SCOPED_TRACE(r.name);
         Entries got;
         KyString error;
-        EXPECT_TRUE(KySettingsFormat::parse(r.text, got, &error)) << r.name << ": " << error;
-        EXPECT_EQ(got, r.want) << r.name;
+        EXPECT_TRUE(KySettingsFormat::parse(r.text, got, &error)) << error;
+        EXPECT_EQ(got, r.want);
     }
 }
 
@@ -65,11 +67,12 @@ TEST(KySettingsFormat, RejectsCorruptTextNamingTheLine) {
         {"NUL byte", std::string("a=1\nb=\0\n", 8), "line 2"}, {"invalid UTF-8", "k=\xc3\x28\n", "UTF-8"},
     };
     for (const Row& r : rows) {
+        SCOPED_TRACE(r.name);
         Entries got{{"stale", "x"}};
         KyString error;
-        EXPECT_FALSE(KySettingsFormat::parse(r.text, got, &error)) << r.name;
-        EXPECT_TRUE(got.isEmpty()) << r.name;
-        EXPECT_TRUE(error.contains(r.where)) << r.name << ": " << error;
+        EXPECT_FALSE(KySettingsFormat::parse(r.text, got, &error));
+        EXPECT_TRUE(got.isEmpty());
+        EXPECT_TRUE(error.contains(r.where)) << error;
     }
 }
 
@@ -96,8 +99,10 @@ TEST(KySettingsFormat, StringListsKeepCommasBackslashesAndEmptyItems) {
         {"backslashes", {"\\", "a\\,b", "\\\\"}}, {"newlines and unicode", {"line\nbreak", "ß€😀", " spaced "}},
         {"empty inside", {"a", "", "b", ""}},
     };
-    for (const Row& r : rows)
-        EXPECT_EQ(KySettingsFormat::decodeStringList(KySettingsFormat::encodeStringList(r.items)), r.items) << r.name;
+    for (const Row& r : rows) {
+        SCOPED_TRACE(r.name);
+        EXPECT_EQ(KySettingsFormat::decodeStringList(KySettingsFormat::encodeStringList(r.items)), r.items);
+    }
     EXPECT_EQ(KySettingsFormat::decodeStringList("a,b"), (KyList<KyString>{"a", "b"})) << "hand-written lists";
 }
 
@@ -133,37 +138,42 @@ TEST(KySettings, GroupsNestAndListTheirKeysAndChildren) {
     EXPECT_EQ(s.allKeys(), (KyList<KyString>{"top"})) << "an empty key removes the current group's contents";
 }
 
-TEST(KySettings, TypedValuesFallBackToDefaults) {
+TEST(KySettings, TypedValuesReadBackOrFallBackToDefaults) {
     TempDir dir;
     KySettings s(dir.file("typed.conf"));
     s.setValue("int", -42);
     s.setValue("big", 1LL << 40);
     s.setValue("size", std::size_t{7});
     s.setValue("double", 0.1);
-    s.setValue("yes", true);
     s.setValue("no", false);
     s.setValue("text", "not a number");
     s.setValue("word", "On");
-
     bool ok = false;
     EXPECT_EQ(s.valueInt("int", 7, &ok), -42);
     EXPECT_TRUE(ok);
     EXPECT_EQ(s.valueLongLong("big"), 1LL << 40);
+    EXPECT_EQ(s.valueInt("big", -1), -1) << "out of range for int";
     EXPECT_EQ(s.valueInt("size"), 7);
     EXPECT_EQ(s.valueDouble("double"), 0.1) << "doubles round-trip exactly";
-    EXPECT_TRUE(s.valueBool("yes"));
     EXPECT_FALSE(s.valueBool("no", true));
     EXPECT_TRUE(s.valueBool("word"));
-
     EXPECT_EQ(s.valueInt("text", 7, &ok), 7);
     EXPECT_FALSE(ok);
-    EXPECT_EQ(s.valueInt("missing", 9), 9);
     EXPECT_EQ(s.valueDouble("text", 2.5), 2.5);
     EXPECT_TRUE(s.valueBool("text", true));
     EXPECT_FALSE(s.valueBool("missing"));
     EXPECT_EQ(s.value("missing", "fallback"), "fallback");
     EXPECT_EQ(s.valueStringList("missing", {"x"}), (KyList<KyString>{"x"}));
-    EXPECT_EQ(s.valueInt("big", -1), -1) << "out of range for int";
+    ok = true;
+    EXPECT_TRUE(s.valueBool("missing", true, &ok));
+    EXPECT_FALSE(ok) << "a missing key is no answer";
+    const std::pair<const char*, bool> words[] = {{"true", true},  {"1", true},  {"yes", true}, {" On ", true},
+                                                  {"false", false}, {"0", false}, {"no", false}, {"OFF", false}};
+    for (const auto& [word, value] : words) {
+        s.setValue("word", word);
+        EXPECT_EQ(s.valueBool("word", !value, &ok), value) << word;
+        EXPECT_TRUE(ok) << word;
+    }
 }
 
 TEST(KySettings, EverythingRoundTripsThroughSaveAndAFreshInstance) {
@@ -304,7 +314,7 @@ TEST(KySettings, AFileThatCannotBeReadIsNeverOverwritten) {
     s.setValue("k", "v");
     EXPECT_FALSE(s.save());
     EXPECT_EQ(s.status(), KySettings::AccessError);
-    EXPECT_FALSE(s.errorString().isEmpty());
+    EXPECT_TRUE(s.errorString().contains("not overwriting it")) << s.errorString();
     EXPECT_TRUE(KyFileInfo(path + "/inside").isFile());
 
     // A path below a regular file: nothing there to lose, but nothing can be saved either.
@@ -318,12 +328,11 @@ TEST(KySettings, AFileThatCannotBeReadIsNeverOverwritten) {
 
 TEST(KySettings, DefaultLocationFollowsTheConfigDirectoryOrganisationAndApplication) {
     TempDir dir;
-    const char* old = std::getenv("XDG_CONFIG_HOME");
-    const std::string saved = old ? old : "";
-    ::setenv("XDG_CONFIG_HOME", dir.path().c_str(), 1);
+    const kytest::ScopedEnv env{{"XDG_CONFIG_HOME", dir.path().c_str()}};
     EXPECT_EQ(KySettings::defaultFileName("velmo", "VelmoVpnConsole"), dir.path() + "/velmo/VelmoVpnConsole.conf");
     EXPECT_EQ(KySettings::defaultFileName("", "Tool"), dir.path() + "/Tool/Tool.conf");
     EXPECT_EQ(KySettings::defaultFileName("a/b", "c/d"), dir.path() + "/a_b/c_d.conf");
+    EXPECT_EQ(KySettings::defaultFileName("velmo.net", ".."), dir.path() + "/velmo.net/__.conf");
     {
         KySettings s("velmo", "VelmoVpnConsole");
         EXPECT_EQ(s.fileName(), dir.path() + "/velmo/VelmoVpnConsole.conf");
@@ -335,8 +344,6 @@ TEST(KySettings, DefaultLocationFollowsTheConfigDirectoryOrganisationAndApplicat
     KyString text;
     ASSERT_TRUE(KyFile::readAll(dir.path() + "/velmo/VelmoVpnConsole.conf", text));
     EXPECT_EQ(text, "[login]\nlastEmail=ann@example.org\n");
-    if (old) ::setenv("XDG_CONFIG_HOME", saved.c_str(), 1);
-    else ::unsetenv("XDG_CONFIG_HOME");
 }
 
 TEST(KySettings, ManyThreadsWritingFullKeysLoseNothing) {

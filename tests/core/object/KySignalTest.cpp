@@ -4,18 +4,14 @@
 #include <gtest/gtest.h>
 
 #include "../../support/KyTestLoop.h"
+#include "../../support/KyTestWorker.h"
 
 #include <pthread.h>
 
-#include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <functional>
-#include <memory>
-#include <future>
 #include <mutex>
-#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -25,9 +21,6 @@
 
 namespace {
 
-using ky::atomic::Thread;
-
-// Waits for a condition with a generous deadline; drives loop when given.
 using kytest::eventually;
 
 // Back-references held for an address whose object may be gone already.
@@ -77,51 +70,7 @@ private:
     std::atomic<int>* external_;
 };
 
-// A started thread whose loop can be held still, so a test can tell "posted"
-// from "ran" without looking at a clock.
-class Worker {
-public:
-    Worker() { thread.start(); }
-    ~Worker() {
-        release();
-        thread.quit();
-        thread.wait();
-    }
-    template <typename T, typename... Args> T* make(Args... args) {
-        T* object = nullptr;
-        KyObject::executeBlockingOnThread(&thread, [&] { object = new T(args...); });
-        return object;
-    }
-    void destroy(KyObject* object) {
-        KyObject::executeBlockingOnThread(&thread, [object] { delete object; });
-    }
-    /// Blocks the worker's loop until release().
-    void hold() {
-        auto entered = std::make_shared<std::promise<void>>();
-        auto enteredFuture = entered->get_future();
-        thread.postTask([gate = gate_, entered] {
-            entered->set_value();
-            gate.wait_for(std::chrono::seconds(60));
-        });
-        enteredFuture.wait();
-    }
-    void release() {
-        if (!released_) {
-            released_ = true;
-            gatePromise_.set_value();
-        }
-    }
-    /// True once every task posted before this call has run on the worker.
-    void drain() { KyObject::executeBlockingOnThread(&thread, [] {}); }
-    bool isWorker(pthread_t id) const { return pthread_equal(id, thread.nativeHandle()) != 0; }
-
-    Thread thread{KyString("SignalWorker")};
-
-private:
-    std::promise<void> gatePromise_;
-    std::shared_future<void> gate_{gatePromise_.get_future().share()};
-    bool released_ = false;
-};
+using Worker = kytest::Worker;
 
 } // namespace
 
@@ -294,68 +243,6 @@ TEST(KySignalSnapshot, ASignalWhoseLastConnectionWentSilentlyComesBackWithANewOn
     EXPECT_EQ(named, 4);
 }
 
-// The bare read side that emission takes for its lookup still excludes writers.
-TEST(KySignalLock, UntrackedReadHoldExcludesWritersButNotReadersAndLeavesNoBookkeeping) {
-    KyReadWriteLock lock;
-    lock.lockForReadUntracked();
-    EXPECT_EQ(lock.heldByCurrentThread().reads, 0);
-    std::async(std::launch::async, [&] {
-        EXPECT_FALSE(lock.tryLockForWrite());
-        EXPECT_TRUE(lock.tryLockForRead());
-        lock.unlock();
-    }).get();
-    lock.unlockUntracked();
-    std::async(std::launch::async, [&] {
-        EXPECT_TRUE(lock.tryLockForWrite());
-        lock.unlock();
-    }).get();
-    // Tracked holds around an untracked one keep their own count.
-    lock.lockForRead();
-    lock.lockForReadUntracked();
-    lock.unlockUntracked();
-    EXPECT_EQ(lock.heldByCurrentThread().reads, 1);
-    lock.unlock();
-    EXPECT_EQ(lock.heldByCurrentThread().reads, 0);
-    EXPECT_THROW(lock.unlock(), std::system_error);
-}
-
-TEST(KySignalKey, OrdersByTypeThenBytesThenShorterFirst) {
-    using Key = KyObject::SignalKey;
-    auto make = [](const std::type_info& type, std::vector<unsigned char> bytes) {
-        Key k;
-        k.type = &type;
-        std::copy(bytes.begin(), bytes.end(), k.bytes);
-        k.size = bytes.size();
-        return k;
-    };
-    struct Row {
-        Key a, b;
-        bool aFirst, bFirst;
-    };
-    const std::type_info& t = typeid(&Emitter::pinged);
-    const Row rows[] = {
-        {make(t, {1, 2}), make(t, {1, 2}), false, false},
-        {make(t, {1, 2}), make(t, {1, 2, 0}), true, false},
-        {make(t, {1, 3}), make(t, {1, 2, 9}), false, true},
-        {make(t, {}), make(t, {0}), true, false},
-        {make(t, {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}), make(t, {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2}),
-         true, false},
-    };
-    for (const Row& r : rows) {
-        EXPECT_EQ(r.a < r.b, r.aFirst);
-        EXPECT_EQ(r.b < r.a, r.bFirst);
-        EXPECT_EQ(r.a == r.b, !r.aFirst && !r.bFirst);
-    }
-    // Different types order one way, whatever the bytes.
-    const Key x = make(typeid(&Emitter::valueChanged), {9});
-    const Key y = make(t, {1});
-    EXPECT_NE(x < y, y < x);
-    EXPECT_EQ(x < y, make(typeid(&Emitter::valueChanged), {0}) < make(t, {9}));
-    // Keys of real signals: equal for one signal, distinct for two signals.
-    EXPECT_TRUE(KyObject::createSignalKey(&Emitter::pinged) == KyObject::createSignalKey(&Emitter::pinged));
-    EXPECT_FALSE(KyObject::createSignalKey(&Emitter::pinged) == KyObject::createSignalKey(&KyObject::destroyed));
-}
-
 // ---------------------------------------------------------------------------
 
 TEST(KySignalThreads, QueuedAndAutoRunOnTheReceiversLoopWithArgumentsCopiedAtEmission) {
@@ -522,7 +409,7 @@ TEST(KySignalThreads, ManyThreadsEmittingWhileConnectionsChangeLoseNoDirectDeliv
 
 // ---------------------------------------------------------------------------
 
-TEST(KySignalBookkeeping, ReceiverDeathRemovesItsConnectionsFromTheSender) {
+TEST(KySignalBookkeeping, TheDeathOfEitherEndRemovesItsConnectionsAndBackReferences) {
     Emitter e;
     auto* r = new Receiver;
     KyObject::connect(&e, &Emitter::pinged, r, &Receiver::onPing);
@@ -533,19 +420,16 @@ TEST(KySignalBookkeeping, ReceiverDeathRemovesItsConnectionsFromTheSender) {
     delete r;
     EXPECT_EQ(e.connectionCount(), 1);
     e.pinged();
-}
 
-TEST(KySignalBookkeeping, SenderDeathLowersTheReceiversBackReferences) {
-    Receiver r;
-    auto* e = new Emitter;
-    KyObject::connect(e, &Emitter::pinged, &r, &Receiver::onPing);
-    KyObject::connect(e, &Emitter::valueChanged, &r, &Receiver::onValue);
-    EXPECT_EQ(r.backReferenceCount(e), 2);
-    EXPECT_EQ(KyObject::disconnect(e, &Emitter::valueChanged), 1);
-    EXPECT_EQ(r.backReferenceCount(e), 1);
-    const auto address = reinterpret_cast<std::uintptr_t>(static_cast<KyObject*>(e));
-    delete e;
-    EXPECT_EQ(backReferencesFrom(r, address), 0);
+    Receiver kept;
+    auto* sender = new Emitter;
+    KyObject::connect(sender, &Emitter::pinged, &kept, &Receiver::onPing);
+    KyObject::connect(sender, &Emitter::valueChanged, &kept, &Receiver::onValue);
+    EXPECT_EQ(KyObject::disconnect(sender, &Emitter::valueChanged), 1);
+    EXPECT_EQ(kept.backReferenceCount(sender), 1);
+    const auto address = reinterpret_cast<std::uintptr_t>(static_cast<KyObject*>(sender));
+    delete sender;
+    EXPECT_EQ(backReferencesFrom(kept, address), 0);
 }
 
 TEST(KySignalBookkeeping, SignalsNamedByTextDeliverMatchingArgumentsOnly) {

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "../../support/KyTestEnv.h"
 #include "../../support/KyTestProcess.h"
 
 #include <signal.h>
@@ -22,18 +23,10 @@
 
 namespace {
 
-std::string readAll(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
 class KyCrashHandlerTest : public ::testing::Test {
 protected:
     void SetUp() override {
         ASSERT_FALSE(dir_.path().isEmpty());
-        setenv("XDG_STATE_HOME", stateDir_.c_str(), 1);
         KyCrashHandler::setApplicationName(appName_);
     }
     // Runs the helper in mode and waits for it; its exit code, or -1 when it died by a signal.
@@ -50,26 +43,24 @@ protected:
 
     kytest::TempDir dir_;
     std::string stateDir_ = dir_.path().toStdString();
+    kytest::ScopedEnv env_{{"XDG_STATE_HOME", stateDir_.c_str()}};
     int lastSignal_ = 0;
     std::string appName_ = "KyCrashProbe";
 };
 
 }  // namespace
 
-TEST_F(KyCrashHandlerTest, CrashDirectoryLiesUnderTheStateHomeWithPrivateMode) {
+TEST_F(KyCrashHandlerTest, CrashDirectoryIsPrivateUnderTheStateHomeAndAnUnusableHomeGivesNone) {
     const KyString dir = KyCrashHandler::crashDirectory();
     EXPECT_EQ(dir.toStdString(), crashDir());
     struct stat st{};
     ASSERT_EQ(stat(dir.c_str(), &st), 0);
     EXPECT_TRUE(S_ISDIR(st.st_mode));
     EXPECT_EQ(st.st_mode & 0777, 0700u);
-    EXPECT_EQ(KyCrashHandler::applicationName(), appName_);
-}
 
-TEST_F(KyCrashHandlerTest, UnusableStateHomeGivesNoDirectoryAndNoReport) {
     const std::string blocker = stateDir_ + "/file";
     std::ofstream(blocker) << "x";
-    setenv("XDG_STATE_HOME", blocker.c_str(), 1);
+    env_.set("XDG_STATE_HOME", blocker.c_str());
     KyCrashHandler::setApplicationName(appName_);
     EXPECT_TRUE(KyCrashHandler::crashDirectory().isEmpty());
     KyCrashReport report;
@@ -77,19 +68,12 @@ TEST_F(KyCrashHandlerTest, UnusableStateHomeGivesNoDirectoryAndNoReport) {
 }
 
 TEST_F(KyCrashHandlerTest, EachFatalWayOfDyingLeavesOneReport) {
-    struct Row {
-        const char* mode;
-        int signal;
-        const char* name;
-    };
+    struct Row { const char* mode; int signal; const char* name; };
     const Row rows[] = {
-        {"null", SIGSEGV, "SIGSEGV"},
-        {"abort", SIGABRT, "SIGABRT"},
+        {"null", SIGSEGV, "SIGSEGV"}, {"abort", SIGABRT, "SIGABRT"},
         // The overflow runs off a heap-array fiber stack: only the alternate
         // stack lets the handler write anything.
-        {"overflow", SIGSEGV, "SIGSEGV"},
-        {"poolfiber", SIGSEGV, "SIGSEGV"},
-        {"thread", SIGSEGV, "SIGSEGV"},
+        {"overflow", SIGSEGV, "SIGSEGV"}, {"poolfiber", SIGSEGV, "SIGSEGV"}, {"thread", SIGSEGV, "SIGSEGV"},
         {"fpe", SIGFPE, "SIGFPE"},
     };
     for (const Row& row : rows) {
@@ -106,7 +90,7 @@ TEST_F(KyCrashHandlerTest, EachFatalWayOfDyingLeavesOneReport) {
         EXPECT_GT(report.pid, 0);
         EXPECT_FALSE(report.backtrace.isEmpty());
         EXPECT_TRUE(report.dumpPath.isEmpty());
-        const std::string text = readAll(report.reportPath.toStdString());
+        const std::string text = kytest::readFile(report.reportPath.toStdString());
         EXPECT_NE(text.find(appName_ + " crash report\n"), std::string::npos);
         EXPECT_NE(text.find("backtrace:\n"), std::string::npos);
 
@@ -123,7 +107,7 @@ TEST_F(KyCrashHandlerTest, NullStoreReportsTheFaultAddressAndWritesADumpWhenAske
     EXPECT_EQ(report.faultAddress, "0x0000000000000000");
     ASSERT_FALSE(report.dumpPath.isEmpty());
     EXPECT_EQ(report.dumpPath, report.folder + "/crash_dump.bin");
-    const std::string dump = readAll(report.dumpPath.toStdString());
+    const std::string dump = kytest::readFile(report.dumpPath.toStdString());
     ASSERT_GT(dump.size(), 8u + 4 + 4 + 8 * 5);
     EXPECT_EQ(dump.substr(0, 8), "KYDUMP01");
     uint32_t signal = 0;

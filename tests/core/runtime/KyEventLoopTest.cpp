@@ -115,7 +115,7 @@ TEST_F(EventLoop, QuitBeforeExecLeavesTheNextExecWaiting) {
     EXPECT_EQ(code, 9);
 }
 
-TEST_F(EventLoop, ASecondExecWhileWaitingReturnsMinusOne) {
+TEST_F(EventLoop, ASecondExecWhileWaitingReturnsMinusOneAndDeletingTheLoopReleasesItsWaiter) {
     KyEventLoop loop;
     int first = -100, second = -100;
     app->postEvent([&] { first = loop.exec(); });
@@ -126,16 +126,11 @@ TEST_F(EventLoop, ASecondExecWhileWaitingReturnsMinusOne) {
     ASSERT_TRUE(pumpUntil([&] { return first != -100; }));
     EXPECT_EQ(second, -1);
     EXPECT_EQ(first, 0);
-}
 
-TEST_F(EventLoop, DeletingTheLoopReleasesItsWaiter) {
-    KyEventLoop* loop = new KyEventLoop;
+    auto* doomed = new KyEventLoop;
     int code = -100;
-    app->postEvent([&] { code = loop->exec(); });
-    app->postEvent([&] {
-        delete loop;
-        loop = nullptr;
-    });
+    app->postEvent([&] { code = doomed->exec(); });
+    app->postEvent([&] { delete doomed; });
     ASSERT_TRUE(pumpUntil([&] { return code != -100; }));
     EXPECT_EQ(code, 0);
 }
@@ -181,7 +176,7 @@ TEST_F(Sleep, SleepOnTheMainFiberServesPostedWorkAndWithoutALoopStillWaits) {
     EXPECT_GE(slept, std::chrono::milliseconds(5));
 }
 
-TEST_F(Sleep, SlowCycleRunsUntilItsFlagIsCleared) {
+TEST_F(Sleep, SlowCycleRunsUntilItsFlagIsClearedFromInsideOrOutside) {
     int turns = 0;
     std::shared_ptr<std::atomic<bool>> flag;
     flag = KyEventLoop::installSlowRuntime(1, [&] {
@@ -192,15 +187,13 @@ TEST_F(Sleep, SlowCycleRunsUntilItsFlagIsCleared) {
     ASSERT_TRUE(pumpUntil([&] { return app->timerCount() == 0; }));
     kytest::drain(app.get());
     EXPECT_EQ(turns, 3);
-}
 
-TEST_F(Sleep, SlowCycleStoppedFromOutsideEndsAtItsNextTurn) {
-    std::atomic<int> turns{0};
-    auto flag = KyEventLoop::installSlowRuntime(1, [&turns] { turns++; });
-    ASSERT_TRUE(pumpUntil([&] { return turns.load() >= 1; }));
-    flag->store(false);
+    std::atomic<int> outside{0};
+    auto stopped = KyEventLoop::installSlowRuntime(1, [&outside] { outside++; });
+    ASSERT_TRUE(pumpUntil([&] { return outside.load() >= 1; }));
+    stopped->store(false);
     ASSERT_TRUE(pumpUntil([&] { return app->timerCount() == 0; }));
-    const int atEnd = turns.load();
+    const int atEnd = outside.load();
     kytest::drain(app.get());
-    EXPECT_EQ(turns.load(), atEnd);
+    EXPECT_EQ(outside.load(), atEnd) << "it ends at its next turn";
 }

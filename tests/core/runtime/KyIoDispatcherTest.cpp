@@ -4,6 +4,7 @@
 #include "core/runtime/KyIoDispatcher.h"
 #include "core/runtime/KyCoreApplication.h"
 #include "../../support/KyTestLoop.h"
+#include "../../support/KyTestWorker.h"
 
 #include <gtest/gtest.h>
 
@@ -13,12 +14,8 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
-#include <condition_variable>
-#include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -34,74 +31,21 @@ void drainFd(int fd) {
     }
 }
 
-// A thread that runs posted functions in order; it can be held so posts pile up.
-class TestLoop {
-public:
-    TestLoop() : thread_([this] { run(); }) {}
-    ~TestLoop() {
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            stop_ = true;
-        }
-        cv_.notify_all();
-        thread_.join();
-    }
-    void post(std::function<void()> fn) {
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            queue_.push_back(std::move(fn));
-        }
-        cv_.notify_all();
-    }
+// A worker loop stands in for the loop a watch belongs to; the dispatcher posts
+// to it, and the test decides when it runs what was posted.
+struct TestLoop : kytest::Worker {
     KyIoDispatcher::Dispatcher dispatcher() {
         return [this](std::function<void()> fn) { post(std::move(fn)); };
     }
-    void hold() { setHeld_(true); }
-    void release() { setHeld_(false); }
-    std::size_t queued() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return queue_.size();
-    }
-    // Waits until everything posted so far has run.
-    bool drain() {
-        return waitUntil([this] {
-            std::lock_guard<std::mutex> lock(mutex_);
-            return queue_.empty() && !busy_;
-        });
-    }
-    std::thread::id id() const { return thread_.get_id(); }
-
-private:
-    void setHeld_(bool held) {
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            held_ = held;
-        }
-        cv_.notify_all();
-    }
-    void run() {
-        std::unique_lock<std::mutex> lock(mutex_);
-        for (;;) {
-            cv_.wait(lock, [this] { return stop_ || (!held_ && !queue_.empty()); });
-            if (stop_) return;
-            auto fn = std::move(queue_.front());
-            queue_.pop_front();
-            busy_ = true;
-            lock.unlock();
-            fn();
-            fn = nullptr;
-            lock.lock();
-            busy_ = false;
-        }
-    }
-
-    std::mutex mutex_;
-    std::condition_variable cv_;
-    std::deque<std::function<void()>> queue_;
-    bool held_ = false;
-    bool stop_ = false;
-    bool busy_ = false;
-    std::thread thread_;
+    std::thread::id id() const { return id_; }
+    int queued() const { return pending(); }
+    // Returns once everything posted so far has run.
+    void drain() { ASSERT_TRUE(kytest::waitUntil([this] { return pending() == 0; })); }
+    std::thread::id id_ = [this] {
+        std::thread::id id;
+        KyObject::executeBlockingOnThread(&thread, [&id] { id = std::this_thread::get_id(); });
+        return id;
+    }();
 };
 
 struct Pipe {
@@ -151,7 +95,7 @@ TEST_F(KyIoDispatcherReadiness, HandlerRunsOnTheOwningLoopWithTheReadyBits) {
     ASSERT_NE(id, 0);
     p.put("hello");
     ASSERT_TRUE(waitUntil([&] { return calls.load() >= 1; }));
-    ASSERT_TRUE(loop.drain());
+    loop.drain();
     EXPECT_TRUE(onLoop.load());
     EXPECT_TRUE(bits.load() & KyIoDispatcher::Readable);
     EXPECT_EQ(got, "hello");
@@ -170,7 +114,7 @@ TEST_F(KyIoDispatcherReadiness, PartlyReadDataIsReportedAgainUntilConsumed) {
     ASSERT_NE(id, 0);
     p.put("abcdefgh");
     ASSERT_TRUE(waitUntil([&] { return size.load() == 8; }));
-    ASSERT_TRUE(loop.drain());
+    loop.drain();
     EXPECT_EQ(got, "abcdefgh");
 }
 
@@ -193,7 +137,7 @@ TEST_F(KyIoDispatcherReadiness, SlowLoopGetsOneOutstandingDispatchPerWatch) {
     ASSERT_TRUE(waitUntil([&] { return loop.queued() == 2; }));
     EXPECT_EQ(dispatcher.dispatchCount(), 2);
     loop.release();
-    ASSERT_TRUE(loop.drain());
+    loop.drain();
     EXPECT_EQ(aCalls.load(), 1);
     EXPECT_EQ(bCalls.load(), 1);
 }
@@ -235,7 +179,7 @@ TEST_F(KyIoDispatcherReadiness, EventfdSocketsAndWritabilityAreReported) {
     close(sv[1]);
     ASSERT_TRUE(waitUntil([&] { return sawEof.load(); }));
     EXPECT_TRUE(closeBits.load() & (KyIoDispatcher::HangUp | KyIoDispatcher::PeerClosed));
-    ASSERT_TRUE(loop.drain());
+    loop.drain();
     dispatcher.unwatch(eid);
     close(efd);
     close(sv[0]);
@@ -251,7 +195,7 @@ TEST_F(KyIoDispatcherRemoval, PostedDispatchDoesNotRunAfterUnwatch) {
     EXPECT_TRUE(dispatcher.unwatch(id));
     EXPECT_FALSE(dispatcher.unwatch(id));
     loop.release();
-    ASSERT_TRUE(loop.drain());
+    loop.drain();
     EXPECT_EQ(calls.load(), 0);
     EXPECT_EQ(dispatcher.watchCount(), 0);
 }
@@ -267,7 +211,7 @@ TEST_F(KyIoDispatcherRemoval, HandlerMayUnwatchItself) {
     ASSERT_NE(id.load(), 0);
     p.put("data that is never read");
     ASSERT_TRUE(waitUntil([&] { return calls.load() == 1; }));
-    ASSERT_TRUE(loop.drain());
+    loop.drain();
     // Still readable, but gone: a later report from another watch shows the
     // epoll thread is alive and has nothing for the removed one.
     ASSERT_NE(dispatcher.watchFd(probe.r, KyIoDispatcher::Readable, loop.dispatcher(), [&](int fd, uint32_t) {
@@ -277,7 +221,7 @@ TEST_F(KyIoDispatcherRemoval, HandlerMayUnwatchItself) {
               0);
     probe.put("p");
     ASSERT_TRUE(waitUntil([&] { return probeCalls.load() == 1; }));
-    ASSERT_TRUE(loop.drain());
+    loop.drain();
     EXPECT_EQ(calls.load(), 1);
     EXPECT_EQ(dispatcher.watchCount(), 1);
 }
@@ -332,7 +276,7 @@ TEST(KyIoDispatcherLifetime, FunctionsThatOutliveTheDispatcherDoNothing) {
         ASSERT_TRUE(waitUntil([&] { return loop.queued() == 1; }));
     }
     loop.release();
-    ASSERT_TRUE(loop.drain());
+    loop.drain();
     EXPECT_EQ(calls.load(), 0);
 }
 

@@ -94,11 +94,7 @@ namespace {
 // lockForWrite, 'u' unlock, 'R' tryLockForRead, 'W' tryLockForWrite. The
 // expected text lists, per call, "ok", "false" or the errno that was thrown,
 // then the thread's final hold as reads/writes.
-struct RecursionRow {
-    const char* name;
-    const char* calls;
-    const char* expected;
-};
+struct RecursionRow { const char* name; const char* calls; const char* expected; };
 
 std::string play(KyReadWriteLock& lock, const char* calls) {
     std::string out;
@@ -125,16 +121,12 @@ std::string play(KyReadWriteLock& lock, const char* calls) {
 
 TEST(KyReadWriteLock, RecursionRulesHoldForEachCallSequence) {
     const RecursionRow rows[] = {
-        {"read nests", "rr", "ok ok 2/0"},
-        {"write nests", "ww", "ok ok 0/2"},
-        {"read under write", "wr", "ok ok 1/1"},
-        {"write under read is refused", "rw", "ok EDEADLK 1/0"},
-        {"try write under read says no", "rW", "ok false 1/0"},
-        {"try read under write deepens", "wR", "ok ok 1/1"},
+        {"read nests", "rr", "ok ok 2/0"}, {"write nests", "ww", "ok ok 0/2"},
+        {"read under write", "wr", "ok ok 1/1"}, {"write under read is refused", "rw", "ok EDEADLK 1/0"},
+        {"try write under read says no", "rW", "ok false 1/0"}, {"try read under write deepens", "wR", "ok ok 1/1"},
         {"unlock releases innermost first", "wru", "ok ok ok 0/1"},
         {"balanced sequence frees the lock", "wrwuuu", "ok ok ok ok ok ok 0/0"},
-        {"unlock without a hold", "u", "EPERM 0/0"},
-        {"one unlock too many", "ruu", "ok ok EPERM 0/0"},
+        {"unlock without a hold", "u", "EPERM 0/0"}, {"one unlock too many", "ruu", "ok ok EPERM 0/0"},
     };
     for (const RecursionRow& row : rows) {
         SCOPED_TRACE(row.name);

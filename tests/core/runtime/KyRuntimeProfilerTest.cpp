@@ -54,56 +54,44 @@ TEST_F(KyRuntimeProfilerTest, NothingIsRecordedWithoutAnAttachedSession) {
     EXPECT_TRUE(session->spans().empty());
 }
 
-TEST_F(KyRuntimeProfilerTest, SpansAreCountedPerName) {
-    auto session = KyRuntimeProfilerSession::create("spans");
+TEST_F(KyRuntimeProfilerTest, SpansIterationsAndDispatchesAreCountedUntilTheSessionIsDetached) {
+    auto session = KyRuntimeProfilerSession::create("spans", 3);
     ky::profiler::bindSessionsToCurrentThread({session});
     ASSERT_EQ(ky::profiler::autoRuntimeProfilerSessionsForCurrentThread_().size(), 1u);
-    for (int i = 0; i < 3; ++i) {
-        ky::profiler::MultiRuntimeScopedSpan_ span("object_event");
-    }
-    {
-        ky::profiler::MultiRuntimeScopedSpan_ span(ky::profiler::SessionList{session}, "custom");
-    }
+    for (int i = 0; i < 3; ++i) ky::profiler::MultiRuntimeScopedSpan_ span("object_event");
+    { ky::profiler::MultiRuntimeScopedSpan_ span(ky::profiler::SessionList{session}, "custom"); }
+    for (int i = 1; i <= 5; ++i) ky::profiler::publishRuntimeIterationSnapshot(i, 10 * i);
+    KyFiberDispatchRelay* relay = ky::profiler::fiberDispatchRelay();
+    relay->onFiberDispatchEnter(1, false);
+    relay->onFiberDispatchExit(1, false, 7);
+    relay->onFiberDispatchExit(0, true, 3);
+    relay->onFiberDispatchExit(9, false, 4);
+
     const KyRuntimeSpanStats events = session->span("object_event");
     EXPECT_EQ(events.count, 3);
     EXPECT_GE(events.totalMicroseconds, events.maxMicroseconds);
-    EXPECT_EQ(session->span("custom").count, 1);
+    EXPECT_EQ(session->span("fiber_lane1").totalMicroseconds, 7);
+    EXPECT_EQ(session->span("fiber_resume_lane0").count, 1);
+    EXPECT_EQ(session->span("fiber_lane3").count, 1) << "lanes past three count as three";
+    // Iterations: all are counted, the newest three are kept, oldest first.
+    const auto kept = session->iterations();
+    ASSERT_EQ(kept.size(), 3u);
+    EXPECT_EQ(kept[0].busyMicroseconds, 3);
+    EXPECT_EQ(kept[2].iterationMicroseconds, 50);
     const KyString report = session->report();
     EXPECT_TRUE(report.contains("{\"session\":\"spans\",\"attached\":true,\"ended\":false,"));
     EXPECT_TRUE(report.contains("{\"span\":\"object_event\",\"count\":3,"));
     EXPECT_TRUE(report.contains("{\"span\":\"custom\",\"count\":1,"));
-}
+    EXPECT_TRUE(report.contains("{\"iterations\":5,\"busy_us\":15,\"iteration_us\":150}"));
 
-TEST_F(KyRuntimeProfilerTest, IterationSnapshotsAreKeptOldestFirstWithinTheLimit) {
-    auto session = KyRuntimeProfilerSession::create("iterations", 3);
-    ky::profiler::bindSessionsToCurrentThread({session});
-    for (int i = 1; i <= 5; ++i) ky::profiler::publishRuntimeIterationSnapshot(i, 10 * i);
-    EXPECT_EQ(session->iterationCount(), 5);
-    EXPECT_EQ(session->busyMicrosecondsTotal(), 15);
-    EXPECT_EQ(session->iterationMicrosecondsTotal(), 150);
-    const auto kept = session->iterations();
-    ASSERT_EQ(kept.size(), 3u);
-    EXPECT_EQ(kept[0].busyMicroseconds, 3);
-    EXPECT_EQ(kept[2].busyMicroseconds, 5);
-    EXPECT_EQ(kept[2].iterationMicroseconds, 50);
-    EXPECT_TRUE(session->report().contains("{\"iterations\":5,\"busy_us\":15,\"iteration_us\":150}"));
-}
-
-TEST_F(KyRuntimeProfilerTest, DetachedSessionStopsRecordingAndLeavesTheThread) {
-    auto session = KyRuntimeProfilerSession::create("detach");
-    ky::profiler::bindSessionsToCurrentThread({session});
-    ky::profiler::publishRuntimeIterationSnapshot(1, 2);
     session->detach();
     ky::profiler::publishRuntimeIterationSnapshot(1, 2);
-    {
-        ky::profiler::MultiRuntimeScopedSpan_ span("object_event");
-    }
-    EXPECT_EQ(session->iterationCount(), 1);
-    EXPECT_EQ(session->span("object_event").count, 0);
+    { ky::profiler::MultiRuntimeScopedSpan_ span("object_event"); }
+    EXPECT_EQ(session->iterationCount(), 5);
+    EXPECT_EQ(session->span("object_event").count, 3);
     EXPECT_TRUE(ky::profiler::autoRuntimeProfilerSessionsForCurrentThread_().empty());
     session->endOfLife();
     EXPECT_TRUE(session->hasEnded());
-    EXPECT_FALSE(session->isAttached());
 }
 
 TEST_F(KyRuntimeProfilerTest, SessionsBelongToTheThreadsTheyAreBoundTo) {
@@ -143,20 +131,6 @@ TEST_F(KyRuntimeProfilerTest, WrappedFunctionRecordsOnTheThreadThatRunsIt) {
     plain();
     EXPECT_EQ(ran, 3);
     EXPECT_EQ(session->span("posted_event").count, 2);
-}
-
-TEST_F(KyRuntimeProfilerTest, RelayRecordsFiberDispatchesByLane) {
-    auto session = KyRuntimeProfilerSession::create("relay");
-    ky::profiler::bindSessionsToCurrentThread({session});
-    KyFiberDispatchRelay* relay = ky::profiler::fiberDispatchRelay();
-    relay->onFiberDispatchEnter(1, false);
-    relay->onFiberDispatchExit(1, false, 7);
-    relay->onFiberDispatchExit(0, true, 3);
-    relay->onFiberDispatchExit(9, false, 4);
-    EXPECT_EQ(session->span("fiber_lane1").count, 1);
-    EXPECT_EQ(session->span("fiber_lane1").totalMicroseconds, 7);
-    EXPECT_EQ(session->span("fiber_resume_lane0").count, 1);
-    EXPECT_EQ(session->span("fiber_lane3").count, 1);
 }
 
 TEST_F(KyRuntimeProfilerTest, TelemetrySessionsReceiveIterations) {

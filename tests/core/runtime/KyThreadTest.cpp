@@ -53,7 +53,7 @@ TEST(KyThreadStart, TasksPostedBeforeTheLoopExistsRunInOrderOnceItStarts) {
     EXPECT_TRUE(t.wait());
 }
 
-TEST(KyThreadStart, TheThreadKnowsItselfItsNameAndItsLoop) {
+TEST(KyThreadStart, AThreadKnowsItselfItsNameAndItsLoopAndTheMainThreadIsAdopted) {
     Thread t(KyString("Named"));
     t.start();
     Thread* seenCurrent = nullptr;
@@ -73,20 +73,15 @@ TEST(KyThreadStart, TheThreadKnowsItselfItsNameAndItsLoop) {
     t.quit();
     t.wait();
     EXPECT_FALSE(Thread::isLive(&t));
-    EXPECT_FALSE(t.isRunning());
     EXPECT_EQ(t.application(), nullptr);
-}
-
-TEST(KyThreadStart, MainThreadIsAdoptedAndForeignThreadsHaveNone) {
+    // The main thread is adopted; a foreign thread has none.
     Thread* main = Thread::currentThread();
     ASSERT_NE(main, nullptr);
     EXPECT_EQ(main->name(), KyString("MainThread"));
-    EXPECT_TRUE(Thread::isLive(main));
     EXPECT_TRUE(pthread_equal(main->nativeHandle(), pthread_self()));
     EXPECT_FALSE(main->start());
     Thread* seen = main;
-    std::thread foreign([&] { seen = Thread::currentThread(); });
-    foreign.join();
+    std::thread([&] { seen = Thread::currentThread(); }).join();
     EXPECT_EQ(seen, nullptr);
 }
 

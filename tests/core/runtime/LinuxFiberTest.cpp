@@ -10,11 +10,7 @@
 
 namespace {
 
-struct PingPong {
-    void* origin = nullptr;
-    std::vector<int>* trace = nullptr;
-    int rounds = 0;
-};
+struct PingPong { void* origin = nullptr; std::vector<int>* trace = nullptr; int rounds = 0; };
 
 void pingPongEntry(void* raw) {
     auto* p = static_cast<PingPong*>(raw);
@@ -32,10 +28,7 @@ int deepSum(int depth) {
     return deepSum(depth - 1) + pad[depth % sizeof pad];
 }
 
-struct DeepWork {
-    void* origin = nullptr;
-    int result = -1;
-};
+struct DeepWork { void* origin = nullptr; int result = -1; };
 
 void deepEntry(void* raw) {
     auto* w = static_cast<DeepWork*>(raw);
@@ -65,38 +58,16 @@ TEST(LinuxFiber, SwitchesAlternateBetweenThreadAndFiberInOrder) {
     EXPECT_EQ(linux_fiber::GetCurrentFiber(), nullptr);
 }
 
-TEST(LinuxFiber, RecordsDescribeTheirStackAndKindAndOnlyASwitchToAnotherMovesOn) {
-    void* thread = linux_fiber::ConvertThreadToFiber(reinterpret_cast<void*>(0x1234));
-    ASSERT_NE(thread, nullptr);
-    EXPECT_TRUE(linux_fiber::IsThreadFiber(thread));
-    EXPECT_EQ(linux_fiber::FiberStackSize(thread), 65536u);
-    EXPECT_EQ(linux_fiber::GetFiberData(thread), reinterpret_cast<void*>(0x1234));
-    EXPECT_EQ(linux_fiber::GetCurrentFiber(), thread);
-
-    int argument = 0;
-    void* byDefault = linux_fiber::CreateFiber(0, &pingPongEntry, &argument);
-    void* sized = linux_fiber::CreateFiber(131072, &pingPongEntry, &argument);
-    ASSERT_NE(byDefault, nullptr);
-    ASSERT_NE(sized, nullptr);
-    EXPECT_EQ(linux_fiber::FiberStackSize(byDefault), 65536u);
-    EXPECT_EQ(linux_fiber::FiberStackSize(sized), 131072u);
-    EXPECT_FALSE(linux_fiber::IsThreadFiber(sized));
-    EXPECT_EQ(linux_fiber::GetFiberData(sized), &argument);
-    // Created fibers do not become current until switched to; switching to null or to self does nothing.
-    linux_fiber::SwitchToFiber(nullptr);
-    linux_fiber::SwitchToFiber(thread);
-    EXPECT_EQ(linux_fiber::GetCurrentFiber(), thread);
-
-    linux_fiber::DeleteFiber(byDefault);
-    linux_fiber::DeleteFiber(sized);
-    linux_fiber::DeleteFiber(thread);
-}
-
-TEST(LinuxFiber, PoolSizedStackCarriesDeepWork) {
+TEST(LinuxFiber, PoolSizedStackCarriesDeepWorkAndSwitchesToNullOrSelfDoNothing) {
     DeepWork work;
-    work.origin = linux_fiber::ConvertThreadToFiber(nullptr);
+    work.origin = linux_fiber::ConvertThreadToFiber(reinterpret_cast<void*>(0x1234));
+    EXPECT_EQ(linux_fiber::GetFiberData(work.origin), reinterpret_cast<void*>(0x1234));
     void* fiber = linux_fiber::CreateFiber(131072, &deepEntry, &work);
     ASSERT_NE(fiber, nullptr);
+    EXPECT_EQ(linux_fiber::FiberStackSize(fiber), 131072u);
+    linux_fiber::SwitchToFiber(nullptr);
+    linux_fiber::SwitchToFiber(work.origin);
+    EXPECT_EQ(work.result, -1) << "a created fiber does not run until switched to";
     linux_fiber::SwitchToFiber(fiber);
     EXPECT_EQ(work.result, deepSum(150));
     linux_fiber::DeleteFiber(fiber);

@@ -14,28 +14,11 @@
 
 namespace {
 
-struct RejectRow {
-    const char* name;
-    std::string input;
-    int line;
-    int column;
-    const char* message;
-};
-
-struct AcceptRow {
-    const char* name;
-    std::string input;
-    const char* compact; // expected compact text of the parsed value
-};
+struct RejectRow { const char* name; std::string input; int line, column; const char* message; };
+struct AcceptRow { const char* name; std::string input; const char* compact; }; // compact: the text generated back
 
 #if defined(__SANITIZE_ADDRESS__)
 constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
 #else
 constexpr bool kSanitized = false;
 #endif
@@ -72,6 +55,8 @@ TEST(KyJsonParser, RefusesMalformedTextWithLineAndColumn) {
         {"overlong slash", "\"\xc0\xaf\"", 1, 2, "invalid UTF-8"},
         {"encoded surrogate", "\"x\xed\xa0\x80\"", 1, 3, "invalid UTF-8"},
         {"code point above U+10FFFF", "\"\xf4\x90\x80\x80\"", 1, 2, "invalid UTF-8"},
+        {"lead byte above F4", "\"\xf5\x80\x80\x80\"", 1, 2, "invalid UTF-8"},
+        {"bad escape in a member name", "{\"\\q\":1}", 1, 3, "invalid escape sequence"},
         {"truncated sequence", "\"\xe2\x82\"", 1, 2, "invalid UTF-8"},
         {"stray continuation byte", "\"\x80\"", 1, 2, "invalid UTF-8"},
         {"invalid UTF-8 outside a string", "\xc3\xa9", 1, 1, "unexpected character"},
@@ -94,12 +79,12 @@ TEST(KyJsonParser, RefusesMalformedTextWithLineAndColumn) {
         {"byte order mark then nothing", "\xEF\xBB\xBF", 1, 4, "empty input"},
     };
     for (const RejectRow& r : rows) {
+        SCOPED_TRACE(r.name);
         KyJsonDocument doc;
-        EXPECT_FALSE(doc.loadFromJson(r.input)) << r.name;
-        EXPECT_EQ(doc.errorLine(), r.line) << r.name;
-        EXPECT_EQ(doc.errorColumn(), r.column) << r.name;
-        EXPECT_EQ(doc.errorString(), KyString::format("line %d, column %d: %s", r.line, r.column, r.message))
-            << r.name;
+        EXPECT_FALSE(doc.loadFromJson(r.input));
+        EXPECT_EQ(doc.errorLine(), r.line);
+        EXPECT_EQ(doc.errorColumn(), r.column);
+        EXPECT_EQ(doc.errorString(), KyString::format("line %d, column %d: %s", r.line, r.column, r.message));
     }
 }
 
@@ -120,6 +105,7 @@ TEST(KyJsonParser, AcceptsValidTextAndGeneratesItBackCompactly) {
         {"escaped slash comes back plain", "\"\\/\"", "\"/\""}, {"NUL escape", "\"\\u0000\"", "\"\\u0000\""},
         {"unit separator", "\"\\u001F\"", "\"\\u001f\""},
         {"short escapes", "\"\\b\\f\\n\\r\\t\\\"\\\\\"", "\"\\b\\f\\n\\r\\t\\\"\\\\\""},
+        {"lowest two-byte lead", "\"\xc2\xa9\"", "\"\xc2\xa9\""},
         {"raw UTF-8 kept", "\"gr\xc3\xbc\xc3\x9f \xe2\x82\xac \xf0\x9f\x98\x80\"", "\"gr\xc3\xbc\xc3\x9f \xe2\x82\xac \xf0\x9f\x98\x80\""},
         {"DEL is not a control character", "\"\x7f\"", "\"\x7f\""},
         {"byte order mark skipped", "\xEF\xBB\xBF{}", "{}"},
@@ -130,12 +116,10 @@ TEST(KyJsonParser, AcceptsValidTextAndGeneratesItBackCompactly) {
         {"deepest allowed nesting", nested(256), nullptr},
     };
     for (const AcceptRow& r : rows) {
+        SCOPED_TRACE(r.name);
         KyJsonDocument doc;
-        ASSERT_TRUE(doc.loadFromJson(r.input)) << r.name << ": " << doc.errorString();
-        EXPECT_FALSE(doc.hasError()) << r.name;
-        if (r.compact) {
-            EXPECT_EQ(doc.generateJson(KyJsonDocument::Compact), r.compact) << r.name;
-        }
+        ASSERT_TRUE(doc.loadFromJson(r.input)) << doc.errorString();
+        if (r.compact) { EXPECT_EQ(doc.generateJson(KyJsonDocument::Compact), r.compact); }
     }
 }
 
@@ -177,28 +161,9 @@ TEST(KyJsonParser, IntegersAndDoublesStayApartAndExactThroughRoundTrips) {
         EXPECT_EQ(doc.root().toDouble(), v) << text;
         EXPECT_EQ(std::signbit(doc.root().toDouble()), std::signbit(v)) << text;
     }
-}
-
-TEST(KyJsonParser, NonFiniteDoublesAreWrittenAsNull) {
-    KyJsonArray a{std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(),
-                  -std::numeric_limits<double>::infinity()};
-    EXPECT_EQ(KyJsonDocument(a).generateJson(), "[null,null,null]");
-}
-
-TEST(KyJsonParser, LargeObjectsParseWithEveryMemberReachable) {
-    std::string text = "{";
-    for (int i = 0; i < 5000; ++i) {
-        if (i) text += ',';
-        text += "\"key" + std::to_string(i) + "\":" + std::to_string(i);
-    }
-    text += ",\"key17\":\"again\"}";
-    KyJsonDocument doc;
-    ASSERT_TRUE(doc.loadFromJson(text));
-    const KyJsonObject& o = doc.root().asObject();
-    ASSERT_EQ(o.size(), 5000u);
-    EXPECT_EQ(o.keyAt(17), "key17");
-    EXPECT_EQ(o["key17"], KyJsonValue("again"));
-    for (int i = 0; i < 5000; i += 499) EXPECT_EQ(o["key" + std::to_string(i)].toInt(-1), i == 17 ? -1 : i);
+    const KyJsonArray nonFinite{std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(),
+                                -std::numeric_limits<double>::infinity()};
+    EXPECT_EQ(KyJsonDocument(nonFinite).generateJson(), "[null,null,null]") << "non-finite doubles are written as null";
 }
 
 TEST(KyJsonParser, DeepestAllowedTextFitsAFiberSizedStack) {
