@@ -21,6 +21,11 @@ const std::string kText = "Z\u00fcrich \u2192 \u041f\u0440\u0438\u0432\u0435\u04
 struct X11Clipboard : kytest::GuiFixture {
     // Runs our loop (so we can serve) until the child printed text; each look
     // at its output waits a few milliseconds (a whole one rounds to nothing).
+    // Our claim and another client's request travel on two connections, so the
+    // server may read the request first: wait until it names an owner.
+    bool ownerIsKnown() {
+        return runUntil([&] { return XGetSelectionOwner(user->display(), user->atom("CLIPBOARD")) != None; });
+    }
     bool pumpUntilOutput(kytest::Child& child, const std::string& text) {
         return runUntil([&] { return child.waitForText(text, 3ms); });
     }
@@ -34,6 +39,7 @@ TEST_F(X11Clipboard, TextTravelsToAnotherProcessAndBack) {
     ASSERT_TRUE(startPeer(peer)) << "exit " << peer.finish(5s) << ": " << peer.err();
     platform()->setClipboardText(kText);
     EXPECT_EQ(platform()->clipboardText(), kText) << "our own text needs no round trip";
+    ASSERT_TRUE(ownerIsKnown()) << "the server never saw our claim on the clipboard";
     peer.writeInput("get\n");
     ASSERT_TRUE(pumpUntilOutput(peer, "got:" + kText + "\n")) << peer.out() << peer.err();
 
@@ -56,6 +62,7 @@ struct Answer {
 
 TEST_F(X11Clipboard, ServedTargetsAndTextCarryOneTerminator) {
     platform()->setClipboardText("abc");
+    ASSERT_TRUE(ownerIsKnown()) << "the server never saw our claim on the clipboard";
     Display* d = user->display();
     const Window requestor = XCreateSimpleWindow(d, DefaultRootWindow(d), 0, 0, 1, 1, 0, 0, 0);
     const Atom property = user->atom("KY_TEST_PASTE");
