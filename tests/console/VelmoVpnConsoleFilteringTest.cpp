@@ -83,6 +83,16 @@ TEST(VpnRangeRulesModel, RowStatesAndToolTipsFollowTheMode) {
     EXPECT_EQ(model.index(1, M::RangeColumn).data().toString(), "1.2.3.x");
     EXPECT_EQ(model.index(0, M::KindColumn).data().toString(), "Allow");
     EXPECT_EQ(model.index(2, M::KindColumn).data().toString(), "Block");
+
+    // What the table's header and editors see: three titled columns, the state not editable.
+    const char* titles[] = {"Action", "Destination range", "State"};
+    for (int column = 0; column < M::ColumnCount; ++column) {
+        EXPECT_EQ(model.headerData(column, KyOrientation::Horizontal).toString(), titles[column]);
+        EXPECT_EQ(model.index(0, column).flags().testFlag(KyItemFlag::Editable), column != M::StateColumn);
+    }
+    EXPECT_FALSE(model.index(0, M::ColumnCount).isValid());
+    EXPECT_FALSE(model.headerData(M::ColumnCount, KyOrientation::Horizontal).isValid());
+    EXPECT_EQ(model.headerData(0, KyOrientation::Vertical).toString(), "1");
 }
 
 TEST(VpnRangeRulesModel, CsvListsCarryValidRulesOnlyAndComeBackTheSame) {
@@ -157,6 +167,7 @@ TEST(VpnRangeRulesModel, SearchFindsWordsAndAddressesInsideRanges) {
         {"", {true, true, true}},          {"block", {false, true, true}},
         {"10.44.0.9", {true, false, true}}, {"10.44.0.0/16", {false, false, true}},
         {"168.10", {false, true, false}},  {"stored", {true, true, true}},
+        {"10.44.0.7/24", {true, false, true}},
     };
     for (const Row& r : rows) {
         SCOPED_TRACE(r.search);

@@ -126,7 +126,7 @@ TEST(VelmoVpnConsoleMonitor, LogFollowsUnlessTheReaderScrolledUpMoreThan60Lines)
         bool follows;
     };
     const Row rows[] = {
-        {0, 0, true}, {1, -40, true}, {2, 0, true}, {100, 40, true}, {100, 39, false}, {100, 99, true},
+        {0, -100, true}, {1, -100, true}, {2, 0, true}, {100, 40, true}, {100, 39, false}, {100, 99, true},
         {5099, 5039, true}, {5099, 0, false},
     };
     for (const Row& r : rows) {

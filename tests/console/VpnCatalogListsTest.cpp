@@ -69,9 +69,36 @@ TEST(VpnHotspotListModel, UpdateIsOneResetThatSkipsNonObjectsAndMarksSelectedAnd
     model.update(arrayOf(R"({"list":[{"subnet":"x"}]})"), "", "");
     EXPECT_FALSE(boolFromAny_(model.index(0, 0).data(H::SelectedRole)));
     EXPECT_EQ(resets, 2);
-    EXPECT_FALSE(model.index(1, 0).isValid());
-    EXPECT_FALSE(model.index(0, 1).isValid());
+    EXPECT_EQ(model.rowOf("c"), -1);
+    EXPECT_EQ(model.rowOf(""), -1);
+}
+
+// A view may still hold an index from before a reset, or ask with another
+// model's index: such questions get empty answers, never another row's values.
+void fill(H& model, const char* json) { model.update(arrayOf(json), "", ""); }
+void fill(E& model, const char* json) { model.update(arrayOf(json), true); }
+
+template <typename Model> void expectOnlyOwnRowsAnswer() {
+    Model model, other;
+    fill(model, R"({"list":[{"id":"a"},{"id":"b"}]})");
+    fill(other, R"({"list":[{"id":"a"},{"id":"b"}]})");
+    const KyModelIndex stale = model.index(1, 0);
+    fill(model, R"({"list":[{"id":"a"}]})");
+    EXPECT_TRUE(model.data(model.index(0, 0), Model::IdRole).isValid());
+    for (const KyModelIndex& at : {stale, other.index(0, 0)}) {
+        EXPECT_FALSE(model.data(at, Model::IdRole).isValid());
+        EXPECT_EQ(model.flags(at), KyItemFlags());
+    }
+    for (auto [row, column] : {std::pair{1, 0}, {0, 1}, {-1, 0}, {0, -1}}) EXPECT_FALSE(model.index(row, column).isValid());
+    EXPECT_FALSE(model.index(0, 0, model.index(0, 0)).isValid());
     EXPECT_EQ(model.rowCount(model.index(0, 0)), 0);
+    EXPECT_EQ(model.columnCount(model.index(0, 0)), 0);
+    EXPECT_FALSE(model.parent(model.index(0, 0)).isValid());
+}
+
+TEST(VpnCatalogLists, IndexesOutsideTheListAnswerNothing) {
+    expectOnlyOwnRowsAnswer<H>();
+    expectOnlyOwnRowsAnswer<E>();
 }
 
 TEST(VpnHotspotListModel, PendingJoinRepaintsTheRowsThatGainOrLoseIt) {
@@ -87,6 +114,7 @@ TEST(VpnHotspotListModel, PendingJoinRepaintsTheRowsThatGainOrLoseIt) {
     model.setPendingHotspotId("");
     EXPECT_EQ(changedRows, (std::vector<int>{1, 1, 2, 2}));
     model.setPendingHotspotId("c");
+    EXPECT_EQ(model.rowOf(model.pendingHotspotId()), 2);
     EXPECT_TRUE(boolFromAny_(model.index(2, 0).data(H::PendingRole)));
     EXPECT_FALSE(boolFromAny_(model.index(1, 0).data(H::PendingRole)));
 }
