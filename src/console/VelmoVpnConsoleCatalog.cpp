@@ -1,4 +1,5 @@
-// The endpoint header texts and the shared readers of the catalog lists.
+// The endpoint header texts, the shared readers of the catalog lists, and
+// the session steps of selecting, joining and toggling.
 #include "console/VelmoVpnConsoleCatalog.h"
 
 #include "console/VelmoVpnConsoleSession.h"
@@ -49,4 +50,47 @@ KyString velmoVpnConsoleEndpointHeaderDetail(const KyJsonArray& hotspots, const 
     const bool connected = inspectedHotspotId == activeHotspotId;
     return velmoVpnConsoleJoinDetail({subnet, owner.isEmpty() ? KyString() : "User " + owner,
                                       connected ? "Local client connected" : "Local client selected"});
+}
+
+VelmoVpnConsoleSelectStep velmoVpnConsoleSelectHotspot(VelmoVpnConsoleSession& session, bool agentProxyPresent,
+                                                       const KyString& id) {
+    VelmoVpnConsoleSelectStep step;
+    const bool loaded = session.endpointStatus == "ready" || !session.endpointsJson.isEmpty();
+    if (id == session.inspectedHotspotId && loaded) return step;
+    session.inspectedHotspotId = id;
+    session.inspectedHotspotTitle = id;
+    session.endpointStatus = "loading";
+    session.endpointError.clear();
+    session.endpointsJson.clear();
+    step.selected = true;
+    step.askAgent = agentProxyPresent && session.backendConnected;
+    return step;
+}
+
+VelmoVpnConsoleEndpointCall velmoVpnConsoleJoinHotspot(VelmoVpnConsoleSession& session, bool agentProxyPresent,
+                                                       const KyString& id, const KyString& localClientId,
+                                                       bool enabled) {
+    VelmoVpnConsoleEndpointCall call;
+    const KyString client = localClientId.trimmed();
+    if (!agentProxyPresent || !session.backendConnected || id.isEmpty() || client.isEmpty()) return call;
+    // Shown at once; the agent's next snapshot confirms or corrects it.
+    session.activeHotspotId = enabled ? id.trimmed() : session.localVpnId.trimmed();
+    call = {true, id, client, enabled};
+    return call;
+}
+
+VelmoVpnConsoleEndpointCall velmoVpnConsoleToggleEndpoint(VelmoVpnConsoleSession& session, bool agentProxyPresent,
+                                                          const KyString& clientId, const KyString& localClientId,
+                                                          bool enabled) {
+    VelmoVpnConsoleEndpointCall call;
+    if (!agentProxyPresent || !session.backendConnected || session.inspectedHotspotId.isEmpty()) return call;
+    session.endpointStatus = session.endpointsJson.isEmpty() ? "loading" : "refreshing";
+    session.endpointError.clear();
+    // Switching the local client's own device is a join or a leave. A device
+    // without a client id is never taken for the local client.
+    const KyString client = clientId.trimmed();
+    if (!client.isEmpty() && client == localClientId.trimmed())
+        session.activeHotspotId = enabled ? session.inspectedHotspotId : session.localVpnId.trimmed();
+    call = {true, session.inspectedHotspotId, clientId, enabled};
+    return call;
 }

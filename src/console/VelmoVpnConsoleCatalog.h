@@ -1,11 +1,14 @@
-// The texts of the "VPNs" tab that follow from the agent's snapshots alone:
-// the header over the endpoint list (title and detail line) and the way row
-// values are joined and read back from a model.
+// The "VPNs" tab without its widgets: the header over the endpoint list
+// (title and detail line), the way row values are joined and read back from
+// a model, and what selecting a VPN, joining one and toggling a device do to
+// the session.
 //
-// refreshEndpointList puts these into its labels; the list models build their
-// detail lines with velmoVpnConsoleJoinDetail; delegates and views read bool
-// roles through boolFromAny_. Pure functions without state, called on the main
-// thread; any thread may call them.
+// refreshEndpointList puts the header texts into its labels; the list models
+// build their detail lines with velmoVpnConsoleJoinDetail; delegates and views
+// read bool roles through boolFromAny_. The three session steps change the
+// session record and say which agent call the caller makes; the caller then
+// refreshes the lists (and for a join, marks the pending row and starts the
+// pulse). Main thread, like the session; the text functions are pure.
 #pragma once
 
 #include <initializer_list>
@@ -14,6 +17,8 @@
 #include "core/types/KyJsonArray.h"
 #include "core/types/KyJsonObject.h"
 #include "core/types/KyString.h"
+
+struct VelmoVpnConsoleSession;
 
 /// The separator between the pieces of a detail line: two blanks, a bar, two blanks.
 inline constexpr const char* kVelmoVpnConsoleDetailSeparator = "  |  ";
@@ -45,3 +50,49 @@ KyString velmoVpnConsoleEndpointHeaderTitle(const KyJsonArray& hotspots, const K
 /// without a selection.
 KyString velmoVpnConsoleEndpointHeaderDetail(const KyJsonArray& hotspots, const KyString& inspectedHotspotId,
                                              const KyString& activeHotspotId);
+
+/// What a click on a catalog row's body asks of the caller.
+struct VelmoVpnConsoleSelectStep {
+    /// The selection was (re)set: endpointStatus is "loading", the error and
+    /// the endpoint list are cleared; refresh both lists.
+    bool selected = false;
+    /// Also call setInspectedHotspot(id) on the agent (2000 ms); its answer
+    /// comes as a vpnEndpointsState snapshot.
+    bool askAgent = false;
+};
+
+/// Selecting the VPN id. Clicking the VPN already inspected does nothing once
+/// its endpoint list is loaded (ready, or holding devices); otherwise id
+/// becomes inspectedHotspotId and the selection title. The agent is asked only
+/// while it is linked (agentProxyPresent and backendConnected).
+VelmoVpnConsoleSelectStep velmoVpnConsoleSelectHotspot(VelmoVpnConsoleSession& session, bool agentProxyPresent,
+                                                       const KyString& id);
+
+/// A setEndpointVpnState call to make (2000 ms), or none.
+struct VelmoVpnConsoleEndpointCall {
+    bool send = false;
+    KyString hotspotId;
+    KyString clientId;
+    bool enabled = false;
+};
+
+/// The switch of a catalog row: the local client joins (enabled) or leaves
+/// hotspot id. Refused unless the agent is linked, id is not empty and the
+/// trimmed localClientId is not empty. activeHotspotId becomes the trimmed id
+/// when joining and the trimmed localVpnId when leaving. The caller then, when
+/// joining, marks id as the catalog model's pendingHotspotId and starts the
+/// pulse, makes the call, and refreshes both lists and the session.
+VelmoVpnConsoleEndpointCall velmoVpnConsoleJoinHotspot(VelmoVpnConsoleSession& session, bool agentProxyPresent,
+                                                       const KyString& id, const KyString& localClientId,
+                                                       bool enabled);
+
+/// The switch of an endpoint row: device clientId of the inspected VPN gets
+/// (enabled) or loses access. Refused unless the agent is linked and a VPN is
+/// inspected. endpointStatus becomes "loading" with no devices listed and
+/// "refreshing" otherwise, and the error is cleared (refresh the endpoint
+/// list). When the device is the local client, the join rule applies:
+/// activeHotspotId becomes inspectedHotspotId when enabled and the trimmed
+/// localVpnId when not.
+VelmoVpnConsoleEndpointCall velmoVpnConsoleToggleEndpoint(VelmoVpnConsoleSession& session, bool agentProxyPresent,
+                                                          const KyString& clientId, const KyString& localClientId,
+                                                          bool enabled);

@@ -14,35 +14,17 @@ namespace {
 using M = VpnRangeRulesModel;
 
 TEST(VpnRangeRuleSupport, RangesNormaliseOrComeOutEmpty) {
-    struct Row {
-        const char* typed;
-        const char* normalized;
-    };
+    struct Row { const char* typed; const char* normalized; };
     const Row rows[] = {
-        {"10.44.0.9/24", "10.44.0.0/24"},
-        {"192.168.10.12", "192.168.10.12/32"},
-        {"  10.44.0.9 /  24 ", "10.44.0.0/24"},
-        {"0.0.0.0/0", "0.0.0.0/0"},
-        {"255.255.255.255/0", "0.0.0.0/0"},
-        {"255.255.255.255/31", "255.255.255.254/31"},
-        {"010.001.0.7/032", "10.1.0.7/32"},
-        {"300.1.1.1", ""},
-        {"1.2.3", ""},
-        {"1.2.3.4.5", ""},
-        {"1.2.3.4/33", ""},
-        {"1.2.3.x", ""},
-        {"1.2.3.4/", ""},
-        {"/24", ""},
-        {"1.2.3.4/24/8", ""},
-        {"1..3.4", ""},
-        {"1.2.3.4.", ""},
-        {"-1.2.3.4", ""},
-        {"1.2.3.4/-1", ""},
-        {"1.2 .3.4", ""},
-        {"99999999999999999999.1.1.1", ""},
-        {"1.2.3.4/99999999999999999999", ""},
-        {"   ", ""},
-        {"", ""},
+        {"10.44.0.9/24", "10.44.0.0/24"},     {"192.168.10.12", "192.168.10.12/32"},
+        {"  10.44.0.9 /  24 ", "10.44.0.0/24"}, {"0.0.0.0/0", "0.0.0.0/0"},
+        {"255.255.255.255/0", "0.0.0.0/0"},   {"255.255.255.255/31", "255.255.255.254/31"},
+        {"010.001.0.7/032", "10.1.0.7/32"},   {"300.1.1.1", ""},
+        {"1.2.3", ""},        {"1.2.3.4.5", ""},    {"1.2.3.4/33", ""},    {"1.2.3.x", ""},
+        {"1.2.3.4/", ""},     {"/24", ""},          {"1.2.3.4/24/8", ""},  {"1..3.4", ""},
+        {"1.2.3.4.", ""},     {"-1.2.3.4", ""},     {"1.2.3.4/-1", ""},    {"1.2 .3.4", ""},
+        {"99999999999999999999.1.1.1", ""},         {"1.2.3.4/99999999999999999999", ""},
+        {"   ", ""},          {"", ""},
     };
     for (const Row& r : rows) {
         SCOPED_TRACE(r.typed);
@@ -119,30 +101,23 @@ TEST(VpnRangeRulesModel, CsvListsCarryValidRulesOnlyAndComeBackTheSame) {
 }
 
 TEST(VpnRangeRulesModel, EditsTakeTheKindWordsAndNormaliseRanges) {
-    struct Row {
-        const char* name;
-        int column;
-        KyAny value;
-        bool accepted;
-        const char* kind;
-        const char* range;
-    };
+    struct Row { int column; KyAny value; bool accepted; const char *kind, *range; };
     const Row rows[] = {
-        {"block word", M::KindColumn, KyString("block"), true, "Block", "10.1.0.0/16"},
-        {"Block as the combo says it", M::KindColumn, KyString(" Block "), true, "Block", "10.1.0.0/16"},
-        {"false", M::KindColumn, KyString("false"), true, "Block", "10.1.0.0/16"},
-        {"zero", M::KindColumn, KyString("0"), true, "Block", "10.1.0.0/16"},
-        {"allow kept", M::KindColumn, KyString("ALLOW"), true, "Allow", "10.1.0.0/16"},
-        {"true", M::KindColumn, KyString("true"), true, "Allow", "10.1.0.0/16"},
-        {"bool", M::KindColumn, false, true, "Block", "10.1.0.0/16"},
-        {"unknown word refused", M::KindColumn, KyString("deny"), false, "Allow", "10.1.0.0/16"},
-        {"range normalised", M::RangeColumn, KyString(" 10.44.0.9/24"), true, "Allow", "10.44.0.0/24"},
-        {"bad range kept as typed", M::RangeColumn, KyString(" 10.44.0.x"), true, "Allow", " 10.44.0.x"},
-        {"cleared range is a draft", M::RangeColumn, KyString(""), true, "Allow", ""},
-        {"state is read-only", M::StateColumn, KyString("Active"), false, "Allow", "10.1.0.0/16"},
+        {M::KindColumn, KyString("block"), true, "Block", "10.1.0.0/16"},
+        {M::KindColumn, KyString(" Block "), true, "Block", "10.1.0.0/16"}, // as the combo box says it
+        {M::KindColumn, KyString("false"), true, "Block", "10.1.0.0/16"},
+        {M::KindColumn, KyString("0"), true, "Block", "10.1.0.0/16"},
+        {M::KindColumn, false, true, "Block", "10.1.0.0/16"},
+        {M::KindColumn, KyString("ALLOW"), true, "Allow", "10.1.0.0/16"}, // unchanged: no signal
+        {M::KindColumn, KyString("true"), true, "Allow", "10.1.0.0/16"},
+        {M::KindColumn, KyString("deny"), false, "Allow", "10.1.0.0/16"},
+        {M::RangeColumn, KyString(" 10.44.0.9/24"), true, "Allow", "10.44.0.0/24"},
+        {M::RangeColumn, KyString(" 10.44.0.x"), true, "Allow", " 10.44.0.x"}, // kept as typed
+        {M::RangeColumn, KyString(""), true, "Allow", ""},                     // back to a draft
+        {M::StateColumn, KyString("Active"), false, "Allow", "10.1.0.0/16"},
     };
     for (const Row& r : rows) {
-        SCOPED_TRACE(r.name);
+        SCOPED_TRACE(testing::Message() << r.column << " " << r.value.toString());
         M model;
         model.appendCsvList_("10.1.2.3/16", true);
         int changes = 0;
@@ -159,14 +134,10 @@ TEST(VpnRangeRulesModel, EditsTakeTheKindWordsAndNormaliseRanges) {
 TEST(VpnRangeRulesModel, SearchFindsWordsAndAddressesInsideRanges) {
     M model;
     model.resetFromCsv_("10.44.0.0/24", "192.168.10.12, 0.0.0.0/0");
-    struct Row {
-        const char* search;
-        std::vector<bool> hits;
-    };
+    struct Row { const char* search; std::vector<bool> hits; };
     const Row rows[] = {
-        {"", {true, true, true}},          {"block", {false, true, true}},
-        {"10.44.0.9", {true, false, true}}, {"10.44.0.0/16", {false, false, true}},
-        {"168.10", {false, true, false}},  {"stored", {true, true, true}},
+        {"", {true, true, true}},           {"block", {false, true, true}},       {"stored", {true, true, true}},
+        {"10.44.0.9", {true, false, true}}, {"10.44.0.0/16", {false, false, true}}, {"168.10", {false, true, false}},
         {"10.44.0.7/24", {true, false, true}},
     };
     for (const Row& r : rows) {
@@ -176,18 +147,11 @@ TEST(VpnRangeRulesModel, SearchFindsWordsAndAddressesInsideRanges) {
 }
 
 TEST(VelmoVpnConsoleFilter, TenPairsInOrderWithPassThroughValuesWhenOff) {
-    VelmoVpnConsoleFilterForm form;
-    form.filteringActive = true;
-    form.protocol = 2;
-    form.forwardMode = 1;
-    form.sourceIp = KyString("10.44.0.7");
-    form.destinationIp = KyString("10.44.0.1");
-    form.portMin = 1024;
-    form.portMax = 2048;
-    form.fullRoute = true;
-    form.rangeMode = 1;
-    form.allowedRanges = KyString("10.44.0.0/24");
-    form.blockedRanges = KyString("192.168.10.12/32");
+    VelmoVpnConsoleFilterForm form{.filteringActive = true, .protocol = 2, .forwardMode = 1,
+                                   .sourceIp = KyString("10.44.0.7"), .destinationIp = KyString("10.44.0.1"),
+                                   .portMin = 1024, .portMax = 2048, .fullRoute = true, .rangeMode = 1,
+                                   .allowedRanges = KyString("10.44.0.0/24"),
+                                   .blockedRanges = KyString("192.168.10.12/32")};
     const KyList<VelmoVpnConsoleConfigPair> on = {
         {"filter/protocol", "2"},         {"filter/forward_mode", "1"},           {"filter/src_ip", "10.44.0.7"},
         {"filter/dst_ip", "10.44.0.1"},   {"filter/port_min", "1024"},            {"filter/port_max", "2048"},

@@ -12,14 +12,7 @@
 namespace {
 
 TEST(VelmoVpnConsoleMonitor, SummaryNamesLinkTunnelAndCounters) {
-    struct Row {
-        const char* name;
-        bool connected, tunOpen;
-        int wsState;
-        const char* remote;
-        const char* vpn;
-        const char* summary;
-    };
+    struct Row { const char* name; bool connected, tunOpen; int wsState; const char *remote, *vpn, *summary; };
     const Row rows[] = {
         {"no agent hides everything", false, true, 1, "CONTROL ok", "vpn-1",
          "Agent disconnected  |  RX 0  |  TX 0  |  DROP 0"},
@@ -42,11 +35,7 @@ TEST(VelmoVpnConsoleMonitor, SummaryNamesLinkTunnelAndCounters) {
 }
 
 TEST(VelmoVpnConsoleMonitor, StatusLightTakesTheFirstMatchingRow) {
-    struct Row {
-        const char* vpn;
-        bool connected, remoteReady, tunOpen;
-        int state;
-    };
+    struct Row { const char* vpn; bool connected, remoteReady, tunOpen; int state; };
     const Row rows[] = {
         {"", true, true, true, 0},         {"", false, false, false, 0},       {"vpn-1", false, true, true, 3},
         {"vpn-1", true, true, true, 1},    {"vpn-1", true, true, false, 2},     {"vpn-1", true, false, true, 3},
@@ -68,10 +57,7 @@ struct FormatRun {
 TEST(VelmoVpnLogSyntaxHighlighter, ColoursTimesAndWholeWordsLaterWinning) {
     const KyColor stamp(127, 145, 151), traffic(220, 154, 84), discovery(94, 156, 194), success(86, 176, 145),
         error(203, 102, 102);
-    struct Row {
-        const char* line;
-        std::vector<FormatRun> runs;
-    };
+    struct Row { const char* line; std::vector<FormatRun> runs; };
     const Row rows[] = {
         {"disconnected", {}},
         {"Disconnected", {{0, 12, error, 700}}},
@@ -121,10 +107,7 @@ TEST(VelmoVpnConsoleMonitor, LogIsTrimmedToFiveThousandAtLine5101) {
 }
 
 TEST(VelmoVpnConsoleMonitor, LogFollowsUnlessTheReaderScrolledUpMoreThan60Lines) {
-    struct Row {
-        int lines, firstVisible;
-        bool follows;
-    };
+    struct Row { int lines, firstVisible; bool follows; };
     const Row rows[] = {
         {0, -100, true}, {1, -100, true}, {2, 0, true}, {100, 40, true}, {100, 39, false}, {100, 99, true},
         {5099, 5039, true}, {5099, 0, false},

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "console/VelmoVpnConsoleCatalog.h"
+#include "console/VelmoVpnConsoleSession.h"
 #include "console/VpnEndpointListModel.h"
 #include "console/VpnHotspotListModel.h"
-#include "core/types/KyColor.h"
 #include "core/types/KyJsonHelpers.h"
 
 namespace {
@@ -20,34 +20,31 @@ using H = VpnHotspotListModel;
 using E = VpnEndpointListModel;
 
 TEST(VpnHotspotListModel, RowsFollowTheFieldRules) {
-    struct Row {
-        const char* name;
-        const char* json;
-        const char* id;
-        const char* shown;
-        const char* detail;
-    };
+    struct Row { const char *id, *shown, *detail; };
     const Row rows[] = {
-        {"full entry", R"({"id":"hs-1","name":"Oslo Lab","subnet":"10.40.1.0/24","ownerLabel":"Ana Costa"})", "hs-1",
-         "Oslo Lab", "10.40.1.0/24  |  User Ana Costa"},
-        {"name as id", R"({"name":"Lima Studio","subnet":"10.40.2.0/24","owner":"Kofi"})", "Lima Studio",
-         "Lima Studio", "10.40.2.0/24  |  User Kofi"},
-        {"id as name", R"({"id":"hs-3","ownerLabel":"Lena"})", "hs-3", "hs-3", "User Lena"},
-        {"neither is unnamed", R"({"subnet":"10.40.4.0/24"})", "", "Unnamed VPN", "10.40.4.0/24"},
-        {"ownerLabel beats owner", R"({"id":"hs-5","ownerLabel":"A","owner":"B"})", "hs-5", "hs-5", "User A"},
-        {"empty label falls back", R"({"id":"hs-6","ownerLabel":"","owner":"B"})", "hs-6", "hs-6", "User B"},
-        {"mistyped members read empty", R"({"id":7,"name":null,"subnet":true})", "", "Unnamed VPN", ""},
+        {"hs-1", "Oslo Lab", "10.40.1.0/24  |  User Ana Costa"}, // full entry
+        {"Lima Studio", "Lima Studio", "10.40.2.0/24  |  User Kofi"}, // name as id, "owner" as owner
+        {"hs-3", "hs-3", "User Lena"},                                 // id as name, no subnet
+        {"", "Unnamed VPN", "10.40.4.0/24"},                           // neither id nor name, no owner
+        {"hs-5", "hs-5", "User A"},                                    // "ownerLabel" beats "owner"
+        {"hs-6", "hs-6", "User B"},                                    // an empty "ownerLabel" falls back
+        {"", "Unnamed VPN", ""},                                       // mistyped members read empty
     };
-    for (const Row& r : rows) {
-        SCOPED_TRACE(r.name);
-        H model;
-        model.update(KyJsonArray{parseJsonObjectOrEmpty(r.json)}, "", "");
-        ASSERT_EQ(model.rowCount(), 1);
-        const KyModelIndex at = model.index(0, 0);
-        EXPECT_EQ(at.data(H::IdRole).toString(), r.id);
-        EXPECT_EQ(at.data(H::NameRole).toString(), r.shown);
-        EXPECT_EQ(at.data(KyItemDataRole::Display).toString(), r.shown);
-        EXPECT_EQ(at.data(H::DetailRole).toString(), r.detail);
+    H model;
+    model.update(arrayOf(R"({"list":[
+        {"id":"hs-1","name":"Oslo Lab","subnet":"10.40.1.0/24","ownerLabel":"Ana Costa"},
+        {"name":"Lima Studio","subnet":"10.40.2.0/24","owner":"Kofi"}, {"id":"hs-3","ownerLabel":"Lena"},
+        {"subnet":"10.40.4.0/24"}, {"id":"hs-5","ownerLabel":"A","owner":"B"},
+        {"id":"hs-6","ownerLabel":"","owner":"B"}, {"id":7,"name":null,"subnet":true}]})"),
+                 "", "");
+    ASSERT_EQ(model.rowCount(), int(std::size(rows)));
+    for (int row = 0; row < model.rowCount(); ++row) {
+        SCOPED_TRACE(row);
+        const KyModelIndex at = model.index(row, 0);
+        EXPECT_EQ(at.data(H::IdRole).toString(), rows[row].id);
+        EXPECT_EQ(at.data(H::NameRole).toString(), rows[row].shown);
+        EXPECT_EQ(at.data(KyItemDataRole::Display).toString(), rows[row].shown);
+        EXPECT_EQ(at.data(H::DetailRole).toString(), rows[row].detail);
     }
 }
 
@@ -61,9 +58,8 @@ TEST(VpnHotspotListModel, UpdateIsOneResetThatSkipsNonObjectsAndMarksSelectedAnd
     ASSERT_EQ(model.rowCount(), 4);
     const std::vector<std::pair<bool, bool>> expected = {{false, false}, {true, false}, {false, false}, {false, true}};
     for (int row = 0; row < 4; ++row) {
-        SCOPED_TRACE(row);
-        EXPECT_EQ(boolFromAny_(model.index(row, 0).data(H::SelectedRole)), expected[row].first);
-        EXPECT_EQ(boolFromAny_(model.index(row, 0).data(H::ActiveRole)), expected[row].second);
+        EXPECT_EQ(boolFromAny_(model.index(row, 0).data(H::SelectedRole)), expected[row].first) << row;
+        EXPECT_EQ(boolFromAny_(model.index(row, 0).data(H::ActiveRole)), expected[row].second) << row;
     }
     // With nothing inspected, the keyless row is not "selected" by an equal empty id.
     model.update(arrayOf(R"({"list":[{"subnet":"x"}]})"), "", "");
@@ -71,6 +67,53 @@ TEST(VpnHotspotListModel, UpdateIsOneResetThatSkipsNonObjectsAndMarksSelectedAnd
     EXPECT_EQ(resets, 2);
     EXPECT_EQ(model.rowOf("c"), -1);
     EXPECT_EQ(model.rowOf(""), -1);
+}
+
+TEST(VpnHotspotListModel, PendingJoinRepaintsTheRowsThatGainOrLoseIt) {
+    H model;
+    model.update(arrayOf(R"({"list":[{"id":"a"},{"id":"b"},{"id":"c"}]})"), "", "");
+    std::vector<int> changedRows;
+    KyObject::connect(&model, &H::dataChanged, [&](const KyModelIndex& first, const KyModelIndex&, const KyList<int>&) {
+        changedRows.push_back(first.row());
+    });
+    for (const char* id : {"b", "b", "c", "", "c"}) model.setPendingHotspotId(id);
+    EXPECT_EQ(changedRows, (std::vector<int>{1, 1, 2, 2, 2}));
+    EXPECT_EQ(model.rowOf(model.pendingHotspotId()), 2);
+    EXPECT_TRUE(boolFromAny_(model.index(2, 0).data(H::PendingRole)));
+    EXPECT_FALSE(boolFromAny_(model.index(1, 0).data(H::PendingRole)));
+}
+
+TEST(VpnEndpointListModel, RowsFollowTheFieldRules) {
+    struct Row { const char *id, *title, *detail; bool enabled, online; };
+    const Row rows[] = {
+        {"ep-1", "laptop", "ana  |  Linux  |  10.40.1.7  |  10.40.1.20", true, true}, // full device
+        {"cl-2", "bruno", "bruno  |  iOS", false, false},        // client id as id, user as title
+        {"ep-3", "Unknown device", "10.40.1.21", false, false},  // no name at all
+        {"ep-4", "nas", "kofi  |  10.40.1.22", true, false},     // offline: no current ip; 1 is on
+        {"ep-5", "Unknown device", "", false, false},            // a text is not a bool
+    };
+    E model;
+    model.update(arrayOf(R"({"list":[
+        {"id":"ep-1","clientId":"cl-1","machineName":"laptop","username":"ana","platform":"Linux",
+         "currentIp":"10.40.1.7","reservedIp":"10.40.1.20","vpnEnabled":true,"controlOnline":true}, false,
+        {"clientId":"cl-2","username":"bruno","platform":"iOS"}, {"id":"ep-3","reservedIp":"10.40.1.21","vpnEnabled":false},
+        {"id":"ep-4","machineName":"nas","username":"kofi","reservedIp":"10.40.1.22","controlOnline":false,"vpnEnabled":1},
+        {"id":"ep-5","vpnEnabled":"true","controlOnline":"yes"}]})"),
+                 true);
+    ASSERT_EQ(model.rowCount(), int(std::size(rows)));
+    for (int row = 0; row < model.rowCount(); ++row) {
+        SCOPED_TRACE(row);
+        const KyModelIndex at = model.index(row, 0);
+        EXPECT_EQ(at.data(E::IdRole).toString(), rows[row].id);
+        EXPECT_EQ(at.data(E::TitleRole).toString(), rows[row].title);
+        EXPECT_EQ(at.data(E::DetailRole).toString(), rows[row].detail);
+        EXPECT_EQ(boolFromAny_(at.data(E::VpnEnabledRole)), rows[row].enabled);
+        EXPECT_EQ(boolFromAny_(at.data(E::ControlOnlineRole)), rows[row].online);
+        EXPECT_TRUE(boolFromAny_(at.data(E::InteractiveRole)));
+    }
+    // Outside a ready session the switches are inert.
+    model.update(arrayOf(R"({"list":[{"id":"a"}]})"), false);
+    EXPECT_FALSE(boolFromAny_(model.index(0, 0).data(E::InteractiveRole)));
 }
 
 // A view may still hold an index from before a reset, or ask with another
@@ -87,6 +130,7 @@ template <typename Model> void expectOnlyOwnRowsAnswer() {
     EXPECT_TRUE(model.data(model.index(0, 0), Model::IdRole).isValid());
     for (const KyModelIndex& at : {stale, other.index(0, 0)}) {
         EXPECT_FALSE(model.data(at, Model::IdRole).isValid());
+        EXPECT_FALSE(boolFromAny_(model.data(at, Model::IdRole + 6))); // a flag of a row that is not there
         EXPECT_EQ(model.flags(at), KyItemFlags());
     }
     for (auto [row, column] : {std::pair{1, 0}, {0, 1}, {-1, 0}, {0, -1}}) EXPECT_FALSE(model.index(row, column).isValid());
@@ -101,104 +145,80 @@ TEST(VpnCatalogLists, IndexesOutsideTheListAnswerNothing) {
     expectOnlyOwnRowsAnswer<E>();
 }
 
-TEST(VpnHotspotListModel, PendingJoinRepaintsTheRowsThatGainOrLoseIt) {
-    H model;
-    model.update(arrayOf(R"({"list":[{"id":"a"},{"id":"b"},{"id":"c"}]})"), "", "");
-    std::vector<int> changedRows;
-    KyObject::connect(&model, &H::dataChanged, [&](const KyModelIndex& first, const KyModelIndex&, const KyList<int>&) {
-        changedRows.push_back(first.row());
-    });
-    model.setPendingHotspotId("b");
-    model.setPendingHotspotId("b");
-    model.setPendingHotspotId("c");
-    model.setPendingHotspotId("");
-    EXPECT_EQ(changedRows, (std::vector<int>{1, 1, 2, 2}));
-    model.setPendingHotspotId("c");
-    EXPECT_EQ(model.rowOf(model.pendingHotspotId()), 2);
-    EXPECT_TRUE(boolFromAny_(model.index(2, 0).data(H::PendingRole)));
-    EXPECT_FALSE(boolFromAny_(model.index(1, 0).data(H::PendingRole)));
-}
-
-TEST(VpnEndpointListModel, RowsFollowTheFieldRules) {
-    struct Row {
-        const char* name;
-        const char* json;
-        const char* id;
-        const char* title;
-        const char* detail;
-        bool enabled, online;
-    };
-    const Row rows[] = {
-        {"full device",
-         R"({"id":"ep-1","clientId":"cl-1","machineName":"laptop","username":"ana","platform":"Linux",
-             "currentIp":"10.40.1.7","reservedIp":"10.40.1.20","vpnEnabled":true,"controlOnline":true})",
-         "ep-1", "laptop", "ana  |  Linux  |  10.40.1.7  |  10.40.1.20", true, true},
-        {"client id as id, user as title", R"({"clientId":"cl-2","username":"bruno","platform":"iOS"})", "cl-2",
-         "bruno", "bruno  |  iOS", false, false},
-        {"unknown device", R"({"id":"ep-3","reservedIp":"10.40.1.21","vpnEnabled":false})", "ep-3",
-         "Unknown device", "10.40.1.21", false, false},
-        {"offline device has no current ip", R"({"id":"ep-4","machineName":"nas","username":"kofi",
-             "reservedIp":"10.40.1.22","controlOnline":false,"vpnEnabled":1})",
-         "ep-4", "nas", "kofi  |  10.40.1.22", true, false},
-        {"text is not a bool", R"({"id":"ep-5","vpnEnabled":"true","controlOnline":"yes"})", "ep-5",
-         "Unknown device", "", false, false},
-    };
-    for (const Row& r : rows) {
-        SCOPED_TRACE(r.name);
-        E model;
-        model.update(KyJsonArray{parseJsonObjectOrEmpty(r.json)}, true);
-        ASSERT_EQ(model.rowCount(), 1);
-        const KyModelIndex at = model.index(0, 0);
-        EXPECT_EQ(at.data(E::IdRole).toString(), r.id);
-        EXPECT_EQ(at.data(E::TitleRole).toString(), r.title);
-        EXPECT_EQ(at.data(E::DetailRole).toString(), r.detail);
-        EXPECT_EQ(boolFromAny_(at.data(E::VpnEnabledRole)), r.enabled);
-        EXPECT_EQ(boolFromAny_(at.data(E::ControlOnlineRole)), r.online);
-        EXPECT_TRUE(boolFromAny_(at.data(E::InteractiveRole)));
-    }
-}
-
-TEST(VpnEndpointListModel, SwitchesAreInertOutsideAReadySession) {
-    E model;
-    model.update(arrayOf(R"({"list":[{"id":"a"}, false, {"id":"b"}]})"), false);
-    ASSERT_EQ(model.rowCount(), 2);
-    EXPECT_FALSE(boolFromAny_(model.index(1, 0).data(E::InteractiveRole)));
-}
-
-TEST(VelmoVpnConsoleCatalog, BoolRoleValuesReadAsTheDelegateExpects) {
-    EXPECT_TRUE(boolFromAny_(KyAny(true)));
-    EXPECT_TRUE(boolFromAny_(KyAny(2)));
-    EXPECT_TRUE(boolFromAny_(KyAny(KyString(" True "))));
-    EXPECT_FALSE(boolFromAny_(KyAny()));
-    EXPECT_FALSE(boolFromAny_(KyAny(0.0)));
-    EXPECT_FALSE(boolFromAny_(KyAny(KyString("maybe"))));
-    EXPECT_FALSE(boolFromAny_(KyAny(KyColor(1, 2, 3))));
-}
-
 TEST(VelmoVpnConsoleCatalog, EndpointHeaderNamesTheSelectionAndTheLocalClient) {
     const KyJsonArray hotspots =
         arrayOf(R"({"list":[{"id":"hs-1","name":"Oslo Lab","subnet":"10.40.1.0/24","ownerLabel":"Ana"},
                             {"name":"Lima","owner":"Kofi"}, {"id":"hs-3","subnet":"10.40.3.0/24"}]})");
-    struct Row {
-        const char* name;
-        const char* inspected;
-        const char* active;
-        const char* title;
-        const char* detail;
-    };
+    struct Row { const char *inspected, *active, *title, *detail; };
     const Row rows[] = {
-        {"no selection", "", "hs-1", "Select a VPN", ""},
-        {"selected and joined", "hs-1", "hs-1", "Oslo Lab",
-         "10.40.1.0/24  |  User Ana  |  Local client connected"},
-        {"selected elsewhere", "hs-1", "hs-3", "Oslo Lab", "10.40.1.0/24  |  User Ana  |  Local client selected"},
-        {"keyed by name, no subnet", "Lima", "", "Lima", "User Kofi  |  Local client selected"},
-        {"unnamed shows id, no owner", "hs-3", "", "hs-3", "10.40.3.0/24  |  Local client selected"},
-        {"not listed yet", "hs-9", "hs-9", "hs-9", "Local client connected"},
+        {"", "hs-1", "Select a VPN", ""}, // no selection
+        {"hs-1", "hs-1", "Oslo Lab", "10.40.1.0/24  |  User Ana  |  Local client connected"},
+        {"hs-1", "hs-3", "Oslo Lab", "10.40.1.0/24  |  User Ana  |  Local client selected"},
+        {"Lima", "", "Lima", "User Kofi  |  Local client selected"},             // keyed by name, no subnet
+        {"hs-3", "", "hs-3", "10.40.3.0/24  |  Local client selected"},          // unnamed shows its id, no owner
+        {"hs-9", "hs-9", "hs-9", "Local client connected"},                      // not listed yet
+    };
+    for (const Row& r : rows) {
+        SCOPED_TRACE(r.inspected);
+        EXPECT_EQ(velmoVpnConsoleEndpointHeaderTitle(hotspots, r.inspected), r.title);
+        EXPECT_EQ(velmoVpnConsoleEndpointHeaderDetail(hotspots, r.inspected, r.active), r.detail);
+    }
+}
+
+TEST(VelmoVpnConsoleCatalog, SelectingAsksTheAgentOnceForEachSelection) {
+    VelmoVpnConsoleSession s;
+    s.backendConnected = true;
+    s.endpointError = "old error";
+    VelmoVpnConsoleSelectStep step = velmoVpnConsoleSelectHotspot(s, true, "hs-1");
+    EXPECT_TRUE(step.selected && step.askAgent);
+    EXPECT_EQ(s.inspectedHotspotId, "hs-1");
+    EXPECT_EQ(s.endpointStatus, "loading");
+    EXPECT_EQ(s.endpointError, "");
+    EXPECT_TRUE(velmoVpnConsoleSelectHotspot(s, true, "hs-1").askAgent); // still loading: ask again
+    s.endpointStatus = "ready";
+    EXPECT_FALSE(velmoVpnConsoleSelectHotspot(s, true, "hs-1").selected); // loaded: nothing to do
+    s.backendConnected = false;
+    step = velmoVpnConsoleSelectHotspot(s, true, "hs-2");
+    EXPECT_TRUE(step.selected && !step.askAgent);
+}
+
+TEST(VelmoVpnConsoleCatalog, JoiningAndTogglingHonourEveryGuard) {
+    struct Row { const char* name; bool proxy, linked; const char *inspected, *id, *local; bool enabled, devices, send;
+                 const char *active, *status; };
+    const Row rows[] = {
+        {"join", true, true, "", "hs-2", " cl-me ", true, false, true, "hs-2", "idle"},
+        {"leave", true, true, "", "hs-2", "cl-me", false, false, true, "vpn-own", "idle"},
+        {"join without proxy", false, true, "", "hs-2", "cl-me", true, false, false, "hs-0", "idle"},
+        {"join without link", true, false, "", "hs-2", "cl-me", true, false, false, "hs-0", "idle"},
+        {"join without id", true, true, "", "", "cl-me", true, false, false, "hs-0", "idle"},
+        {"join without local client", true, true, "", "hs-2", "  ", true, false, false, "hs-0", "idle"},
+        {"toggle own device on", true, true, "hs-3", "cl-me", "cl-me ", true, true, true, "hs-3", "refreshing"},
+        {"toggle own device off", true, true, "hs-3", "cl-me", "cl-me", false, false, true, "vpn-own", "loading"},
+        {"toggle another device", true, true, "hs-3", "cl-x", "cl-me", true, true, true, "hs-0", "refreshing"},
+        {"toggle keyless device", true, true, "hs-3", "", "", true, true, true, "hs-0", "refreshing"},
+        {"toggle without selection", true, true, "", "cl-x", "cl-me", true, true, false, "hs-0", "idle"},
+        {"toggle without link", true, false, "hs-3", "cl-x", "cl-me", true, true, false, "hs-0", "idle"},
     };
     for (const Row& r : rows) {
         SCOPED_TRACE(r.name);
-        EXPECT_EQ(velmoVpnConsoleEndpointHeaderTitle(hotspots, r.inspected), r.title);
-        EXPECT_EQ(velmoVpnConsoleEndpointHeaderDetail(hotspots, r.inspected, r.active), r.detail);
+        VelmoVpnConsoleSession s;
+        s.backendConnected = r.linked;
+        s.inspectedHotspotId = r.inspected;
+        s.activeHotspotId = "hs-0";
+        s.localVpnId = " vpn-own";
+        if (r.devices) s.endpointsJson = arrayOf(R"({"list":[{"id":"d"}]})");
+        const bool toggle = KyString(r.name).startsWith("toggle");
+        const VelmoVpnConsoleEndpointCall call =
+            toggle ? velmoVpnConsoleToggleEndpoint(s, r.proxy, r.id, r.local, r.enabled)
+                   : velmoVpnConsoleJoinHotspot(s, r.proxy, r.id, r.local, r.enabled);
+        EXPECT_EQ(call.send, r.send);
+        EXPECT_EQ(s.activeHotspotId, r.active);
+        EXPECT_EQ(s.endpointStatus, r.status);
+        if (call.send) {
+            EXPECT_EQ(call.hotspotId, toggle ? r.inspected : r.id);
+            EXPECT_EQ(call.clientId, toggle ? KyString(r.id) : KyString(r.local).trimmed());
+            EXPECT_EQ(call.enabled, r.enabled);
+        }
     }
 }
 
