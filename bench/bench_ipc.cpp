@@ -177,7 +177,7 @@ void BM_QueuePushAndDrain4K(benchmark::State& state) {
     std::vector<uint8_t> payload(4096, 'q');
     ky::ipc::detail::DrainedMessages out;
     for (auto _ : state) {
-        ky::ipc::detail::pushQueue_(queue.mapping().layout(), 100, payload.data(), payload.size());
+        ky::ipc::detail::pushQueue_(queue.mapping().layout(), 100, payload.data(), payload.size(), queue.shmName());
         out.clear();
         ky::ipc::detail::drainQueue_(queue.mapping().layout(), 100, poll, out);
         benchmark::DoNotOptimize(out.bytes.data());

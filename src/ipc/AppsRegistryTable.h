@@ -74,8 +74,9 @@ private:
     static void heartbeatTick_(const KyString& domain);
     // Adds or renews this process's slot under the domain; caller holds the mutex.
     static void touchRow_locked_(Layout* layout, const KyString& domain, uint32_t pid, uint64_t now);
-    // Removes stale slots, then rows without slots; caller holds the mutex.
-    static void cleanupStale_locked_(Layout* layout, uint64_t now);
+    // Removes stale slots, then rows without slots, and returns the bounded
+    // row count; caller holds the mutex.
+    static uint32_t cleanupStale_locked_(Layout* layout, uint64_t now);
 };
 
 extern template class AppsRegistryTable<64>;

@@ -21,6 +21,7 @@
 
 #include "core/types/KyString.h"
 #include "ipc/Codec.h"
+#include "ipc/IpcNames.h"
 #include "ipc/ShmMapping.h"
 
 namespace ky::ipc::detail {
@@ -51,6 +52,7 @@ struct DrainedMessages {
 
 /// Shared between a queue subscription and its closure.
 struct QueuePollState {
+    KyString objectName;  // for the log line of a repair
     bool fireInitial = false;
     bool initialDone = false;
     std::atomic<uint8_t> busy{0};
@@ -98,10 +100,16 @@ uint64_t signalSeq_(ShmLayout<4096>* block);
 bool takeSignalValue_(ShmLayout<4096>* block, SignalPollState& state, uint8_t* out,
                       size_t& size);
 
-/// Appends a message to a ring of `slots` slots; false when it is full.
-bool pushQueue_(void* queue, size_t slots, const uint8_t* payload, size_t size);
-/// One drain of a queue closure: every unconsumed message in order.
+/// Appends a message to a ring of `slots` slots; false when it is full. A
+/// head found ahead of seq (no correct peer leaves one) is set back to seq.
+bool pushQueue_(void* queue, size_t slots, const uint8_t* payload, size_t size, const KyString& name);
+/// One drain of a queue closure: every unconsumed message in order, at most
+/// `slots` of them. Counters that no correct peer leaves behind are repaired
+/// first: a head ahead of seq goes back to seq, and a seq more than a ring
+/// ahead of head moves head to seq - slots (those messages are lost).
 void drainQueue_(void* queue, size_t slots, QueuePollState& state, DrainedMessages& out);
+/// Logs a repair of the queue at `queue` once per object and process.
+void logQueueRepairOnce_(const void* queue, const KyString& name, const char* what);
 
 /// "__rqsub__<pid>|<n>": the subscriber name of an anonymous queue consumer.
 KyString queueSubscriberName_(uint64_t n);
@@ -153,6 +161,7 @@ SubscriptionHandle connectQueue_(const KyString& domain, const KyString& object,
                                  int timeoutMs, std::atomic<uint64_t>& counter) {
     auto state = std::make_shared<QueuePollState>();
     state->fireInitial = fireInitial;
+    state->objectName = make_shm_name(domain, object, name);
     auto closure = [state, keep = std::move(keep), base, slots, cb = std::move(cb)]() mutable {
         BusyGuard guard(state->busy, state->missed);
         if (!guard.acquired()) return;

@@ -36,7 +36,6 @@ public:
     void* base() const { return base_; }
     size_t slots() const { return slots_; }
     const KyString& name() const { return name_; }
-
 private:
     QueueRegion(const KyString& name, void* base, size_t slots) : name_(name), base_(base), slots_(slots) {}
     KyString name_;
@@ -66,7 +65,7 @@ public:
         uint8_t buffer[kPayloadCapacity];
         Encoder e{buffer, sizeof(buffer), 0};
         if (!detail::encodeArgs(e, args...)) return false;
-        if (!detail::pushQueue_(region_->base(), region_->slots(), buffer, e.pos)) return false;
+        if (!detail::pushQueue_(region_->base(), region_->slots(), buffer, e.pos, region_->name())) return false;
         detail::notifySubscribers_(registry_.domain, registry_.object, name_);
         return true;
     }

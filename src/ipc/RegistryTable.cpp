@@ -35,11 +35,12 @@ typename RegistryTable<Rows>::Mapping RegistryTable<Rows>::openOrCreate_(const K
 }
 
 template <size_t Rows>
-void RegistryTable<Rows>::cleanupStale_locked_(Layout* layout, uint64_t now) {
-    detail::removeStaleRows_(layout->header, layout->rows, Rows, [now](const RegistryEntry& row, bool tagRight) {
+uint32_t RegistryTable<Rows>::cleanupStale_locked_(Layout* layout, uint64_t now) {
+    return detail::removeStaleRows_(layout->header, layout->rows, Rows, [now](const RegistryEntry& row, bool tagRight) {
         return detail::registryRowStale_(row.lastSeenMs, row.pid, tagRight, now);
     });
 }
+
 
 template <size_t Rows>
 void RegistryTable<Rows>::ensureHeartbeat(const KyString& domain) {
@@ -60,8 +61,8 @@ void RegistryTable<Rows>::heartbeatTick_(const KyString& domain) {
         if (!lock.locked()) return;
         const uint64_t now = detail::nowMs();
         if (m.layout->header.clockTag != detail::kRegistryClockTag) m.layout->header.clockTag = detail::kRegistryClockTag;
-        cleanupStale_locked_(m.layout, now);
-        for (uint32_t i = 0; i < m.layout->header.count; ++i) {
+        const uint32_t count = cleanupStale_locked_(m.layout, now);
+        for (uint32_t i = 0; i < count; ++i) {
             RegistryEntry& row = m.layout->rows[i];
             if (row.pid == self) {
                 row.lastSeenMs = now;
@@ -85,14 +86,14 @@ void RegistryTable<Rows>::registerSignal(const KyString& domain, const KyString&
         RegistryLock lock(&m.layout->header, RegistryLock::Block);
         if (!lock.locked()) return;
         RegistryHeader& h = m.layout->header;
-        if (h.count > Rows) h.count = Rows;
+        const uint32_t count = detail::boundedCount_(h, Rows);
         const KyString joined = domain + "|" + object + "|" + signal;
         const uint64_t hash = detail::frameworkHash(joined);
         const uint64_t now = detail::nowMs();
         const uint32_t self = static_cast<uint32_t>(::getpid());
 
         RegistryEntry* row = nullptr;
-        for (uint32_t i = 0; i < h.count; ++i) {
+        for (uint32_t i = 0; i < count; ++i) {
             if (m.layout->rows[i].hash == hash) {
                 row = &m.layout->rows[i];
                 break;
@@ -111,14 +112,14 @@ void RegistryTable<Rows>::registerSignal(const KyString& domain, const KyString&
         } else {
             // A full directory leaves the signal unlisted; the channel itself
             // still works for anyone who knows its name.
-            if (h.count >= Rows) return;
-            row = &m.layout->rows[h.count];
+            if (count >= Rows) return;
+            row = &m.layout->rows[count];
             std::memset(row, 0, sizeof(*row));
             row->hash = hash;
             row->typeId = typeId;
             row->lastSeenMs = now;
             row->pid = self;
-            ++h.count;
+            h.count = count + 1;
         }
         detail::copyTrunc(row->shmName, sizeof(row->shmName), shmName);
         detail::copyTrunc(row->domain, sizeof(row->domain), domain);
@@ -139,8 +140,7 @@ KyList<KyJsonValue> RegistryTable<Rows>::snapshot(const KyString& domain) {
     if (!m) return out;
     RegistryLock lock(&m.layout->header, RegistryLock::Block);
     if (!lock.locked()) return out;
-    cleanupStale_locked_(m.layout, detail::nowMs());
-    const uint32_t count = m.layout->header.count < Rows ? m.layout->header.count : static_cast<uint32_t>(Rows);
+    const uint32_t count = cleanupStale_locked_(m.layout, detail::nowMs());
     for (uint32_t i = 0; i < count; ++i) {
         const RegistryEntry& row = m.layout->rows[i];
         KyJsonObject o;

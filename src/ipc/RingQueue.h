@@ -51,7 +51,7 @@ public:
         uint8_t buffer[kPayloadCapacity];
         Encoder e{buffer, sizeof(buffer), 0};
         if (!detail::encodeArgs(e, args...)) return false;
-        if (!detail::pushQueue_(mapping_->layout(), N, buffer, e.pos)) return false;
+        if (!detail::pushQueue_(mapping_->layout(), N, buffer, e.pos, shmName_)) return false;
         detail::notifySubscribers_(registry_.domain, registry_.object, name_);
         return true;
     }

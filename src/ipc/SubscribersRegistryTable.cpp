@@ -57,8 +57,8 @@ typename SubscribersRegistryTable<Rows>::Mapping SubscribersRegistryTable<Rows>:
 }
 
 template <size_t Rows>
-void SubscribersRegistryTable<Rows>::cleanupStale_locked_(Layout* layout, uint64_t now) {
-    detail::removeStaleRows_(layout->header, layout->rows, Rows, [now](const SubscriberEntry& row, bool tagRight) {
+uint32_t SubscribersRegistryTable<Rows>::cleanupStale_locked_(Layout* layout, uint64_t now) {
+    return detail::removeStaleRows_(layout->header, layout->rows, Rows, [now](const SubscriberEntry& row, bool tagRight) {
         // A row without registrations is as dead as one without a process.
         return row.refCount == 0 || detail::registryRowStale_(row.lastSeenMs, row.pid, tagRight, now);
     });
@@ -79,9 +79,9 @@ void SubscribersRegistryTable<Rows>::heartbeatTick_(const KyString& domain) {
     if (!lock.locked()) return;
     const uint64_t now = detail::nowMs();
     if (m.layout->header.clockTag != detail::kRegistryClockTag) m.layout->header.clockTag = detail::kRegistryClockTag;
-    cleanupStale_locked_(m.layout, now);
+    const uint32_t count = cleanupStale_locked_(m.layout, now);
     const uint32_t self = static_cast<uint32_t>(::getpid());
-    for (uint32_t i = 0; i < m.layout->header.count; ++i) {
+    for (uint32_t i = 0; i < count; ++i) {
         if (m.layout->rows[i].pid == self) m.layout->rows[i].lastSeenMs = now;
     }
 }
@@ -98,10 +98,10 @@ void SubscribersRegistryTable<Rows>::registerSubscription(const KyString& domain
     RegistryHeader& h = m.layout->header;
     const uint64_t hash = subscriptionHash_(domain, object, signal, pid, subObject);
     const uint64_t now = detail::nowMs();
-    cleanupStale_locked_(m.layout, now);
+    const uint32_t count = cleanupStale_locked_(m.layout, now);
 
     SubscriberEntry* row = nullptr;
-    for (uint32_t i = 0; i < h.count; ++i) {
+    for (uint32_t i = 0; i < count; ++i) {
         if (m.layout->rows[i].hash == hash) {
             row = &m.layout->rows[i];
             break;
@@ -114,8 +114,8 @@ void SubscribersRegistryTable<Rows>::registerSubscription(const KyString& domain
         detail::copyTrunc(row->domain, sizeof(row->domain), domain);
         detail::copyTrunc(row->object, sizeof(row->object), object);
     } else {
-        if (h.count >= Rows) return;  // a full table is silent
-        row = &m.layout->rows[h.count];
+        if (count >= Rows) return;  // a full table is silent
+        row = &m.layout->rows[count];
         std::memset(row, 0, sizeof(*row));
         row->hash = hash;
         row->lastSeenMs = now;
@@ -123,7 +123,7 @@ void SubscribersRegistryTable<Rows>::registerSubscription(const KyString& domain
         row->refCount = 1;
         detail::copyTrunc(row->domain, sizeof(row->domain), domain);
         detail::copyTrunc(row->object, sizeof(row->object), object);
-        ++h.count;
+        h.count = count + 1;
     }
 
     // The subscriber object rides behind the signal's terminator, where the
@@ -148,15 +148,16 @@ void SubscribersRegistryTable<Rows>::unregisterSubscription(const KyString& doma
     RegistryLock lock(&m.layout->header, RegistryLock::Block);
     if (!lock.locked()) return;
     RegistryHeader& h = m.layout->header;
-    cleanupStale_locked_(m.layout, detail::nowMs());
+    uint32_t count = cleanupStale_locked_(m.layout, detail::nowMs());
     const uint64_t hash = subscriptionHash_(domain, object, signal, pid, subObject);
-    for (uint32_t i = 0; i < h.count; ++i) {
+    for (uint32_t i = 0; i < count; ++i) {
         SubscriberEntry& row = m.layout->rows[i];
         if (row.hash != hash) continue;
         if (row.refCount > 1) {
             --row.refCount;
         } else {
-            detail::removeRowSwapLast_(m.layout->rows, h.count, i);
+            detail::removeRowSwapLast_(m.layout->rows, count, i);
+            h.count = count;
         }
         return;
     }
@@ -170,8 +171,7 @@ void SubscribersRegistryTable<Rows>::listSubscriberPids(const KyString& domain, 
     if (!m) return;
     RegistryLock lock(&m.layout->header, RegistryLock::Block);
     if (!lock.locked()) return;
-    cleanupStale_locked_(m.layout, detail::nowMs());
-    const uint32_t count = m.layout->header.count < Rows ? m.layout->header.count : static_cast<uint32_t>(Rows);
+    const uint32_t count = cleanupStale_locked_(m.layout, detail::nowMs());
     for (uint32_t i = 0; i < count; ++i) {
         const SubscriberEntry& row = m.layout->rows[i];
         if (row.pid == 0) continue;

@@ -71,8 +71,8 @@ public:
 private:
     static Mapping openOrCreate_(const KyString& domain);
     static void heartbeatTick_(const KyString& domain);
-    // Removes stale rows; the caller holds the table's mutex.
-    static void cleanupStale_locked_(Layout* layout, uint64_t now);
+    // Removes stale rows and returns the bounded row count; the caller holds the table's mutex.
+    static uint32_t cleanupStale_locked_(Layout* layout, uint64_t now);
 };
 
 extern template class SubscribersRegistryTable<512>;

@@ -606,7 +606,7 @@ int KyIpcTool::call_(const Options& options) {
     };
     detail::SubscriptionHandle subscription = detail::subscribe_(
         domain, object, replyName, detail::queueSubscriberName_(1), std::move(closure), 0);
-    if (!detail::pushQueue_(requestQueue->base(), slots, buffer, e.pos)) {
+    if (!detail::pushQueue_(requestQueue->base(), slots, buffer, e.pos, requestShm)) {
         return failure_(detail::kRpcQueueFullText);
     }
     detail::notifySubscribers_(domain, object, requestName);
