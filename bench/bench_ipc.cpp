@@ -28,6 +28,8 @@
 #include "ipc/LoopPoller.h"
 #include "ipc/RingQueue.h"
 #include "ipc/Signal.h"
+// Benchmarks run without GoogleTest: leftovers of a run are told on stderr.
+#define KY_TEST_IPC_REPORT_LEFTOVERS(text) (std::fprintf(stderr, "%s\n", std::string(text).c_str()))
 #include "../tests/support/KyTestIpc.h"
 
 namespace {

@@ -11,6 +11,7 @@
 #include "core/types/KyJsonArray.h"
 #include "core/types/KyJsonObject.h"
 #include "ipc/IpcNames.h"
+#include "ipc/ProcessObjects.h"
 
 namespace ky::ipc {
 
@@ -160,8 +161,7 @@ void AppsRegistryTable<Rows>::heartbeatTick_(const KyString& domain) {
 
 template <size_t Rows>
 void AppsRegistryTable<Rows>::registerDomain(const KyString& domain) {
-    static std::once_flag exitHookOnce;
-    std::call_once(exitHookOnce, [] { std::atexit(&ProcessHooks::onExit_); });
+    detail::ensureProcessExitHook_();
     {
         ProcessHooks& hooks = ProcessHooks::instance();
         std::lock_guard<std::mutex> lock(hooks.mtx_);
@@ -181,6 +181,9 @@ void AppsRegistryTable<Rows>::registerDomain(const KyString& domain) {
 template <size_t Rows>
 void AppsRegistryTable<Rows>::ProcessHooks::onExit_() {
     cleanup_(true);
+    // Objects named after this process are of no use to anybody once it
+    // is gone; the shared channels stay for the next start.
+    detail::removeOwnedObjects_();
 }
 
 template <size_t Rows>

@@ -3,7 +3,8 @@
 //
 // Every process that registers a signal in a domain registers the domain
 // here, renews its slot from a heartbeat and takes its slot out at exit
-// (without waiting on a busy table: a process must not hang while it ends).
+// (without waiting on a busy table: a process must not hang while it ends);
+// the same exit hook removes the objects named after the process.
 // Dead slots and rows are pruned by whoever passes by. All calls may be made
 // from any thread; they never throw, never log and never report failure.
 // Only the size 64 is instantiated.
@@ -43,7 +44,8 @@ public:
         std::set<KyString> domains_;
         KyString objectName_ = KyString("/ky_ipc_registry");
         static ProcessHooks& instance();
-        /// Installed with atexit: takes this process out without blocking.
+        /// Installed with atexit: takes this process out without blocking and
+        /// unlinks the objects named after it (its reply queues and dispatch table).
         static void onExit_();
         /// Removes this process's slot from every domain it registered; with
         /// tryOnly a busy table is skipped. Ends the heartbeats.

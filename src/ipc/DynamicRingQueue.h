@@ -18,6 +18,7 @@
 #include "ipc/Codec.h"
 #include "ipc/IpcNames.h"
 #include "ipc/Registry.h"
+#include "ipc/ShmMapping.h"
 #include "ipc/TypeId.h"
 
 namespace ky::ipc {
@@ -36,11 +37,16 @@ public:
     void* base() const { return base_; }
     size_t slots() const { return slots_; }
     const KyString& name() const { return name_; }
+    /// True while the name still leads to this mapping's object.
+    bool stillNamed() const { return channelObjectStillNamed_(name_, identity_); }
+
 private:
-    QueueRegion(const KyString& name, void* base, size_t slots) : name_(name), base_(base), slots_(slots) {}
+    QueueRegion(const KyString& name, void* base, size_t slots, ChannelObjectIdentity identity)
+        : name_(name), base_(base), slots_(slots), identity_(identity) {}
     KyString name_;
     void* base_;
     size_t slots_;
+    ChannelObjectIdentity identity_;
 };
 
 }  // namespace detail
@@ -80,6 +86,8 @@ public:
     const KyString& name() const { return name_; }
     const KyString& shmName() const { return region_->name(); }
     size_t slots() const { return region_->slots(); }
+    /// False once the object was unlinked (and perhaps made anew) under this mapping.
+    bool stillNamed() const { return region_->stillNamed(); }
 
 private:
     static std::atomic<uint64_t>& nextSubscriber_() {

@@ -14,6 +14,7 @@
 #include "core/io/KyDebug.h"
 #include "core/runtime/KyCoreApplication.h"
 #include "core/runtime/KyIoDispatcher.h"
+#include "ipc/ProcessObjects.h"
 
 namespace ky::ipc::detail {
 
@@ -184,10 +185,21 @@ LoopPollerDispatchRegistry::Table* LoopPollerDispatchRegistry::table() {
     t->magic = kMagic;
     t->version = kVersion;
     if (adopted) kyLogDebug(kCategory) << "took over the dispatch table of a dead process:" << name;
+    // Named after this process: it goes when the process ends.
+    ensureProcessExitHook_();
     st.fd = f;
     st.pid = self;
     st.mapped = t;
     return t;
+}
+
+void LoopPollerDispatchRegistry::release_() {
+    DispatchTableState& st = dispatchTable();
+    std::lock_guard<std::mutex> lock(st.mutex);
+    if (st.mapped == nullptr || st.pid != ::getpid()) return;
+    // Unlinked but still mapped: a wake-up that runs after this point still
+    // finds the table, and nobody else ever looks for it again.
+    ::shm_unlink(dispatchTableName(st.pid).c_str());
 }
 
 static_assert(sizeof(LoopPollerDispatchRegistry::Table) == 520);

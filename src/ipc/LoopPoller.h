@@ -48,6 +48,8 @@ public:
 
     /// The mapped table, or null when it cannot be made (tried again next time).
     static Table* table();
+    /// Removes this process's table object at exit (the mapping stays valid).
+    static void release_();
 };
 
 /// The process's set of subscription closures and its wake-up socket.

@@ -9,6 +9,7 @@
 #include "core/types/KyJsonObject.h"
 #include "ipc/AppsRegistryTable.h"
 #include "ipc/IpcNames.h"
+#include "ipc/ProcessObjects.h"
 
 namespace ky::ipc {
 
@@ -37,10 +38,22 @@ typename RegistryTable<Rows>::Mapping RegistryTable<Rows>::openOrCreate_(const K
 template <size_t Rows>
 uint32_t RegistryTable<Rows>::cleanupStale_locked_(Layout* layout, uint64_t now) {
     return detail::removeStaleRows_(layout->header, layout->rows, Rows, [now](const RegistryEntry& row, bool tagRight) {
+        // A reply queue belongs to the process its name ends in, whoever
+        // holds the row: once that process is gone, row and object go.
+        if (detail::removeDeadReplyQueue_(row)) return true;
         return detail::registryRowStale_(row.lastSeenMs, row.pid, tagRight, now);
     });
 }
 
+template <size_t Rows>
+bool RegistryTable<Rows>::cleanIfFree_(const KyString& domain) {
+    Mapping m = openOrCreate_(domain);
+    if (!m) return true;
+    RegistryLock lock(&m.layout->header, RegistryLock::Try);
+    if (!lock.locked()) return false;
+    cleanupStale_locked_(m.layout, detail::nowMs());
+    return true;
+}
 
 template <size_t Rows>
 void RegistryTable<Rows>::ensureHeartbeat(const KyString& domain) {
@@ -79,6 +92,9 @@ void RegistryTable<Rows>::registerSignal(const KyString& domain, const KyString&
                                          const KyString& shmName, uint64_t typeId, const KyString& typeName) {
     ensureHeartbeat(domain);
     AppsRegistryTable<64>::registerDomain(domain);
+    // The first registration opens the domain for this process: what killed
+    // processes left behind in it goes now.
+    detail::sweepDeadProcessObjects_(domain);
 
     Mapping m = openOrCreate_(domain);
     if (!m) return;

@@ -6,8 +6,10 @@
 // through snapshot() to discover what a peer offers. Each process renews its
 // own rows once a second from a heartbeat on the loop of the thread that
 // first registered in the domain, and prunes other processes' dead rows when
-// it passes by. All calls may be made from any thread; they never throw,
-// never log and never report failure. Only the size 256 is instantiated.
+// it passes by; a cleaning that drops the row of a reply queue whose owner is
+// gone also removes that queue's object (see ProcessObjects.h). All calls
+// may be made from any thread; they never throw, never log and never report
+// failure. Only the size 256 is instantiated.
 #pragma once
 
 #include <atomic>
@@ -58,6 +60,9 @@ public:
 
     /// "/ky_ipc_registry_" + the domain's suffix.
     static KyString objectName(const KyString& domain);
+
+    /// Cleans the table unless another process holds it; false when it was busy.
+    static bool cleanIfFree_(const KyString& domain);
 
 private:
     static Mapping openOrCreate_(const KyString& domain);

@@ -6,11 +6,14 @@
 
 #include "core/io/KyDebug.h"
 #include "core/runtime/KyThread.h"
+#include "ipc/IpcNames.h"
 
 namespace ky::ipc {
 
 namespace {
 constexpr const char* kCategory = "ky.ipc.rpc";
+// How long a kept reply queue is used before its client is looked at again.
+constexpr uint64_t kReplyCheckMs = 1000;
 }  // namespace
 
 IpcSubscriptionHolder::IpcSubscriptionHolder(detail::SubscriptionHandle handle, std::shared_ptr<void> keep)
@@ -40,20 +43,43 @@ void RpcServerShared::runOnObjectThread_(std::function<void()> task) {
     task();
 }
 
-std::shared_ptr<void> RpcServerShared::replyQueue_(const KyString& key,
-                                                   const std::function<std::shared_ptr<void>()>& make) {
+std::shared_ptr<void> RpcServerShared::replyQueue_(const KyString& key, uint32_t pid,
+                                                   const std::function<std::shared_ptr<void>()>& make,
+                                                   const std::function<bool(const void*)>& stillNamed) {
+    const uint64_t now = nowMs();
     std::lock_guard<std::mutex> lock(mutex_);
+    if (now - prunedMs_ >= kReplyCheckMs) dropGoneClients_locked_(now);
     auto it = replies_.find(key);
-    if (it != replies_.end()) return it->second;
+    if (it != replies_.end() && now - it->second.checkedMs < kReplyCheckMs) return it->second.queue;
+    if (processGone_(pid)) {
+        if (it != replies_.end()) replies_.erase(it);
+        return nullptr;
+    }
+    if (it != replies_.end()) {
+        if (stillNamed(it->second.queue.get())) {
+            it->second.checkedMs = now;
+            return it->second.queue;
+        }
+        replies_.erase(it);
+    }
     try {
         std::shared_ptr<void> queue = make();
-        replies_.emplace(key, queue);
+        replies_[key] = CachedReply{queue, pid, now};
         return queue;
     } catch (const std::exception& e) {
         // A client whose reply type differs from this method's: it gets no
         // reply and times out.
         kyLogWarning(kCategory) << "rpc: cannot open reply queue" << key << ":" << e.what();
         return nullptr;
+    }
+}
+
+void RpcServerShared::dropGoneClients_locked_(uint64_t now) {
+    prunedMs_ = now;
+    // Each kept queue maps a client's ring: a long-lived server must not
+    // hold the memory of every client it ever answered.
+    for (auto it = replies_.begin(); it != replies_.end();) {
+        it = processGone_(it->second.pid) ? replies_.erase(it) : std::next(it);
     }
 }
 

@@ -15,6 +15,9 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <iterator>
+#include <ostream>
+#include <set>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -225,6 +228,7 @@ TEST_F(HostileWriter, NeitherPeerDiesSpinsOrIgnoresSigtermWhateverSharedMemorySa
     ASSERT_TRUE(startConsole(console)) << console.err();
     ASSERT_TRUE(console.waitForError("Backend auto-connected", 30s)) << console.err();
     ASSERT_TRUE(user().loginUser("", "demo@velmo.net", "velmo-demo", 5000)) << user().lastError("loginUser");
+    domain_.observe();  // wrong stamps and pids get rows cleaned away
 
     RawObject apps("/ky_ipc_registry");
     ASSERT_NE(apps.base(), nullptr);
@@ -319,6 +323,83 @@ TEST_F(HostileWriter, AConsoleOnTheSamePidAsAKilledOneStartsAndBinds) {
     EXPECT_TRUE(second->waitForError("auth: Signed in", 30s)) << second->err();
     ASSERT_EQ(::kill(second->pid(), SIGTERM), 0);
     EXPECT_EQ(second->finish(10s), 0) << second->err();
+}
+
+// ---- Starts and stops ----
+
+// The agent's methods: a console keeps one reply queue for each.
+constexpr const char* kAgentMethods[] = {
+    "createTun",   "closeTun",          "connectWs",           "disconnectWs",        "clearLog",
+    "tunIsOpen",   "wsIsConnected",     "setRemoteConfig",     "loginUser",           "logoutUser",
+    "refreshVpnCatalog", "refreshVpnEndpoints", "setInspectedHotspot", "setEndpointVpnState", "connectHotspot",
+    "disconnectHotspot", "requestShutdown"};
+
+struct ShmLevel {
+    size_t objects = 0;
+    uint64_t bytes = 0;
+    bool operator==(const ShmLevel&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const ShmLevel& l) {
+    return out << l.objects << " objects, " << l.bytes << " bytes";
+}
+
+class ConsoleRestarts : public kytest::ConsoleLinkFixture {
+protected:
+    /// The objects named after one console process.
+    std::set<std::string> perPid(pid_t pid) const {
+        std::set<std::string> names{"/ky_ipc_dispatch_tbl_v1_" + std::to_string(pid)};
+        for (const char* method : kAgentMethods)
+            names.insert(ky::ipc::detail::make_shm_name(
+                             domain_.name(), kAgentObject,
+                             ky::ipc::detail::rpcResponseQueueNameFor_(100, method, static_cast<uint32_t>(pid)))
+                             .toStdString());
+        return names;
+    }
+    static ShmLevel level(const std::set<std::string>& names) {
+        ShmLevel l;
+        for (const std::string& name : names) {
+            struct stat st{};
+            if (::stat(("/dev/shm" + name).c_str(), &st) != 0) continue;
+            ++l.objects;
+            l.bytes += static_cast<uint64_t>(st.st_size);
+        }
+        return l;
+    }
+};
+
+// One agent and a console started and stopped again and again, ended by
+// SIGTERM and by SIGKILL in turn: the domain's objects, counted in /dev/shm
+// with their bytes, are back to where the first start left them at every
+// start, and a console that ended normally took its own objects along.
+TEST_F(ConsoleRestarts, SharedMemoryStaysFlatWhetherTheConsoleEndsBySigtermOrSigkill) {
+    kytest::Child agent;
+    ASSERT_TRUE(startAgent(agent)) << agent.err();
+    std::set<std::string> names;
+    ShmLevel first;
+    const int endings[] = {SIGTERM, SIGKILL, SIGTERM, SIGKILL, SIGTERM};
+    for (size_t i = 0; i < std::size(endings); ++i) {
+        SCOPED_TRACE("start " + std::to_string(i + 1));
+        kytest::Child console;
+        ASSERT_TRUE(startConsole(console)) << console.err();
+        ASSERT_TRUE(console.waitForError("Backend auto-connected", 30s)) << console.err();
+        const std::set<std::string> own = perPid(console.pid());
+        domain_.observe();
+        names.insert(domain_.knownNames().begin(), domain_.knownNames().end());
+        names.insert(own.begin(), own.end());
+        const ShmLevel now = level(names);
+        if (i == 0) first = now;
+        EXPECT_EQ(now, first);
+        EXPECT_EQ(level(own).objects, own.size());
+
+        ASSERT_EQ(::kill(console.pid(), endings[i]), 0);
+        if (endings[i] == SIGTERM) {
+            EXPECT_EQ(console.finish(30s), 0) << console.err();
+            EXPECT_EQ(level(own), ShmLevel{}) << "a console that ended normally left its own objects";
+        } else {
+            console.finish(30s);
+        }
+    }
 }
 
 }  // namespace
