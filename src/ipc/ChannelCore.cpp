@@ -45,9 +45,15 @@ thread_local KyString tSubscriberObject;
 
 }  // namespace
 
-void registerChannel_(const KyString& domain, const KyString& object, const KyString& name, const KyString& shmName,
-                      uint64_t typeId, const KyString& typeName) {
-    RegistryTable<256>::registerSignal(domain, object, name, shmName, typeId, typeName);
+std::shared_ptr<void> registerChannel_(const KyString& domain, const KyString& object, const KyString& name,
+                                       const KyString& shmName, uint64_t typeId, const KyString& typeName) {
+    RegistryTable<256>::holdSignal_(domain, object, name, shmName, typeId, typeName);
+    struct Held {
+        KyString domain, object, name;
+        ~Held() { RegistryTable<256>::releaseSignal_(domain, object, name); }
+    };
+    // Built in place: a temporary Held would release the row as it dies.
+    return std::shared_ptr<Held>(new Held{domain, object, name});
 }
 
 void notifySubscribers_(const KyString& domain, const KyString& object, const KyString& name) {

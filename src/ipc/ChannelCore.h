@@ -85,9 +85,11 @@ private:
     bool acquired_;
 };
 
-/// Registers the channel's row in the signal registry (best effort).
-void registerChannel_(const KyString& domain, const KyString& object, const KyString& name, const KyString& shmName,
-                      uint64_t typeId, const KyString& typeName);
+/// Registers the channel's row in the signal registry (best effort) and
+/// keeps it remembered while the returned token lives: a heartbeat puts the
+/// row back when others' cleaning removed it. Channel objects hold the token.
+std::shared_ptr<void> registerChannel_(const KyString& domain, const KyString& object, const KyString& name,
+                                       const KyString& shmName, uint64_t typeId, const KyString& typeName);
 /// Wakes every process subscribed to (domain, object, name), once each.
 void notifySubscribers_(const KyString& domain, const KyString& object, const KyString& name);
 

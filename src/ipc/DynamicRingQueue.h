@@ -61,10 +61,9 @@ public:
         : registry_(registry),
           name_(name),
           region_(detail::QueueRegion::openOrCreate(detail::make_shm_name(registry.domain, registry.object, name),
-                                                    slots, detail::type_id<Args...>())) {
-        detail::registerChannel_(registry.domain, registry.object, name, region_->name(), detail::type_id<Args...>(),
-                                 detail::type_name<Args...>());
-    }
+                                                    slots, detail::type_id<Args...>())),
+          registration_(detail::registerChannel_(registry.domain, registry.object, name, region_->name(),
+                                                 detail::type_id<Args...>(), detail::type_name<Args...>())) {}
 
     /// Appends one message and wakes the consumer; false when full or over 4096 bytes.
     bool push(const Args&... args) {
@@ -98,6 +97,7 @@ private:
     Registry& registry_;
     KyString name_;
     std::shared_ptr<detail::QueueRegion> region_;
+    std::shared_ptr<void> registration_;
 };
 
 }  // namespace ky::ipc

@@ -113,9 +113,11 @@ uint32_t replyQueueOwnerPid_(const char* signal, size_t cap) {
     return trailingPid(text);
 }
 
-bool removeDeadReplyQueue_(const RegistryEntry& row) {
+std::optional<bool> replyQueueRowStale_(const RegistryEntry& row) {
     const uint32_t owner = replyQueueOwnerPid_(row.signal, sizeof(row.signal));
-    if (owner == 0 || !processGone_(owner)) return false;
+    if (owner == 0) return std::nullopt;
+    // A row without stamp or pid is no registration at all.
+    if (!processGone_(owner)) return row.lastSeenMs == 0 || row.pid == 0;
     // The row is only a claim; the object is removed when the row's texts
     // hash to the name it gives (a cut text never does).
     const KyString shmName = boundedText(row.shmName, sizeof(row.shmName));

@@ -14,7 +14,8 @@
 //   only takes the name away);
 // - what a killed process left behind is swept by the next process that
 //   opens the domain, and by every cleaning of the signal table that drops
-//   a reply-queue row whose owner is gone. Only objects whose owner `kill`
+//   a reply-queue row whose owner is gone (the row of a reply queue lives as
+//   long as its owner, even one that stood still past the staleness limit). Only objects whose owner `kill`
 //   reports gone are touched, only names a row proves to be a reply queue's
 //   (the row's object name must be the hash of its texts), and never by
 //   waiting on a table's mutex.
@@ -24,6 +25,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #include "core/types/KyString.h"
 
@@ -48,10 +50,12 @@ void removeOwnedObjects_();
 /// in a field of `cap` bytes); 0 when the text is not a reply queue's name.
 uint32_t replyQueueOwnerPid_(const char* signal, size_t cap);
 
-/// Unlinks the reply queue that a signal-table row names, when its owner is
-/// gone and the row's object name is the one its texts hash to. True when
-/// the row named such a queue (whether or not the object still existed).
-bool removeDeadReplyQueue_(const RegistryEntry& row);
+/// Whether a cleaning removes a signal-table row of a reply queue: when its
+/// owner is gone, and then the queue's object is unlinked as well (if the
+/// row's object name is the one its texts hash to). While the owner lives the
+/// row stays, however long the owner stood still: it is what finds the queue
+/// again should the owner be killed later. Rows of other channels: nullopt.
+std::optional<bool> replyQueueRowStale_(const RegistryEntry& row);
 
 /// The sweep of a domain being opened: removes the reply queues (and their
 /// rows) of owners that are gone, without waiting for a busy table, and,

@@ -40,10 +40,9 @@ public:
         : registry_(registry),
           name_(name),
           shmName_(detail::make_shm_name(registry.domain, registry.object, name)),
-          mapping_(Mapping::openOrCreate(shmName_, detail::type_id<Args...>())) {
-        detail::registerChannel_(registry.domain, registry.object, name, shmName_, detail::type_id<Args...>(),
-                                 detail::type_name<Args...>());
-    }
+          mapping_(Mapping::openOrCreate(shmName_, detail::type_id<Args...>())),
+          registration_(detail::registerChannel_(registry.domain, registry.object, name, shmName_,
+                                                 detail::type_id<Args...>(), detail::type_name<Args...>())) {}
 
     /// Appends one message and wakes the consumer; false when the queue is
     /// full or the tuple exceeds 4096 bytes. Nothing is overwritten.
@@ -80,6 +79,7 @@ private:
     KyString name_;
     KyString shmName_;
     std::shared_ptr<Mapping> mapping_;
+    std::shared_ptr<void> registration_;
 };
 
 }  // namespace ky::ipc

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -14,6 +15,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <iterator>
 #include <ostream>
@@ -23,7 +25,11 @@
 #include <thread>
 
 #include "../support/KyTestConsoleLink.h"
+#include "../support/KyTestLoop.h"
 #include "ipc/IpcNames.h"
+#include "ipc/KyProxyObjectBrowser.h"
+#include "ipc/RegistryTable.h"
+#include "ipc/SubscribersRegistryTable.h"
 
 namespace {
 
@@ -246,6 +252,7 @@ TEST_F(HostileWriter, NeitherPeerDiesSpinsOrIgnoresSigtermWhateverSharedMemorySa
         const pid_t writer = ::fork();
         ASSERT_GE(writer, 0);
         if (writer == 0) {
+            ::prctl(PR_SET_PDEATHSIG, SIGKILL);
             RawObject o(c.object);
             if (!o.base()) ::_exit(3);
             const size_t at = fieldOffset(o, c);
@@ -400,6 +407,116 @@ TEST_F(ConsoleRestarts, SharedMemoryStaysFlatWhetherTheConsoleEndsBySigtermOrSig
             console.finish(30s);
         }
     }
+}
+
+// ---- Stalls ----
+
+class StalledPeer : public kytest::ConsoleLinkFixture {
+protected:
+    /// Runs the staleness rule of both tables as a process 16 s ahead of
+    /// this one would: every row ages out, the stopped peer's included.
+    void ageEveryRow() {
+        ky::ipc::detail::setClockSkewForTesting_(ky::ipc::detail::kRegistryStaleMs + 1000);
+        (void)ky::ipc::RegistryTable<256>::snapshot(domain_.name());
+        std::vector<uint32_t> pids;
+        ky::ipc::SubscribersRegistryTable<512>::listSubscriberPids(domain_.name(), "", "", pids);
+        ky::ipc::detail::setClockSkewForTesting_(0);
+    }
+    /// The agent's own rows are listed: its configuration signal, and its
+    /// subscription to the sign-in method's requests.
+    bool agentListed(pid_t agent) {
+        bool config = false;
+        for (const KyJsonValue& row : ky::ipc::RegistryTable<256>::snapshot(domain_.name()))
+            config |= row["signal"].toString() == "__config__|VelmoVpnAgent" && row["pid"].toInt64() == agent;
+        std::vector<uint32_t> pids;
+        ky::ipc::SubscribersRegistryTable<512>::listSubscriberPids(domain_.name(), kAgentObject,
+                                                                    "__rpc__|100|loginUser", pids);
+        return config && std::count(pids.begin(), pids.end(), static_cast<uint32_t>(agent)) != 0;
+    }
+    /// Two heartbeats of the peer, and a margin for a loaded machine.
+    static constexpr auto kTwoHeartbeats = 3s;
+};
+
+// The agent stands still until its rows are swept, then goes on: it puts
+// them back within two heartbeats, a browser that announced it gone
+// announces it once again, the console binds again and follows a sign-in,
+// and the independent C peer reads the rows under the agent's pid.
+TEST_F(StalledPeer, AnAgentWhoseRowsWereSweptIsFoundAgainWhenItGoesOn) {
+    kytest::Child agent;
+    ASSERT_TRUE(startAgent(agent)) << agent.err();
+    kytest::Child console;
+    ASSERT_TRUE(startConsole(console)) << console.err();
+    ASSERT_TRUE(console.waitForError("Backend auto-connected", 30s)) << console.err();
+    domain_.observe();
+    KyProxyObjectBrowser<VelmoVpnAgentProxy> browser(domain_.name(), "*", "test");
+    int appeared = 0;
+    int disappeared = 0;
+    KyObject::connect(&browser, &KyProxyObjectBrowser<VelmoVpnAgentProxy>::remoteAppeared,
+                      [&](auto) { ++appeared; });
+    KyObject::connect(&browser, &KyProxyObjectBrowser<VelmoVpnAgentProxy>::remoteDisappeared,
+                      [&](auto) { ++disappeared; });
+    browser.refreshNow();
+    ASSERT_EQ(appeared, 1);
+
+    ASSERT_EQ(::kill(agent.pid(), SIGSTOP), 0);
+    ageEveryRow();
+    browser.refreshNow();
+    EXPECT_EQ(disappeared, 1);
+    ASSERT_TRUE(console.waitForError("Backend lost", 30s)) << console.err();
+
+    ASSERT_EQ(::kill(agent.pid(), SIGCONT), 0);
+    EXPECT_TRUE(kytest::waitUntil([&] { return agentListed(agent.pid()); }, kTwoHeartbeats));
+    ASSERT_TRUE(waitForCount(console, "Backend auto-connected", 2)) << console.err();
+    // Passes over the next heartbeats find the agent where it is: announced once.
+    for (int pass = 0; pass < 3; ++pass) {
+        ASSERT_TRUE(kytest::waitUntil([&] { return agentListed(agent.pid()); }));
+        browser.refreshNow();
+        std::this_thread::sleep_for(400ms);
+    }
+    EXPECT_EQ(appeared, 2);
+    EXPECT_EQ(disappeared, 1);
+
+    ASSERT_TRUE(user().loginUser("", "demo@velmo.net", "velmo-demo", 5000)) << user().lastError("loginUser");
+    EXPECT_TRUE(console.waitForError("auth: Signed in", 30s)) << console.err();
+    kytest::Child rows;
+    ASSERT_TRUE(rows.start(kytest::helperPath("ky_c_peer"), {"registry", domain_.name().toStdString()}));
+    EXPECT_EQ(rows.finish(30s), 0);
+    EXPECT_NE(rows.out().find("row pid=" + std::to_string(agent.pid()) + " object=" + kAgentObject +
+                              " signal=__config__|VelmoVpnAgent"),
+              std::string::npos)
+        << rows.out();
+}
+
+// The console stands still until its rows are swept; meanwhile the user
+// signs in elsewhere. When it goes on it learns the session it missed, and
+// it hears the agent's next change.
+TEST_F(StalledPeer, AConsoleWhoseRowsWereSweptCatchesUpAndHearsTheAgentAgain) {
+    kytest::Child agent;
+    ASSERT_TRUE(startAgent(agent)) << agent.err();
+    kytest::Child console;
+    ASSERT_TRUE(startConsole(console)) << console.err();
+    ASSERT_TRUE(console.waitForError("Backend auto-connected", 30s)) << console.err();
+    domain_.observe();
+
+    ASSERT_EQ(::kill(console.pid(), SIGSTOP), 0);
+    ageEveryRow();
+    // The agent, never stopped, puts its own rows back at once.
+    ASSERT_TRUE(kytest::waitUntil([&] { return agentListed(agent.pid()); }, kTwoHeartbeats));
+    ASSERT_TRUE(user().loginUser("", "demo@velmo.net", "velmo-demo", 5000)) << user().lastError("loginUser");
+    ASSERT_TRUE(kytest::waitUntil([&] {
+        kytest::Child read;
+        read.start(kytest::helperPath("ky_c_peer"),
+                   {"read", domain_.name().toStdString(), kAgentObject, "authState", "s"});
+        read.finish(30s);
+        return read.out().find("\"status\":\"ready\"") != std::string::npos;
+    })) << "the agent never signed the user in";
+    const size_t signedOut = count(console.err(), "auth: Sign in with your user account");
+
+    ASSERT_EQ(::kill(console.pid(), SIGCONT), 0);
+    EXPECT_TRUE(console.waitForError("auth: Signed in", 30s)) << console.err();
+    ASSERT_TRUE(user().logoutUser(5000)) << user().lastError("logoutUser");
+    EXPECT_TRUE(waitForCount(console, "auth: Sign in with your user account", signedOut + 1)) << console.err();
+    EXPECT_EQ(console.err().find("Backend lost"), std::string::npos) << console.err();
 }
 
 }  // namespace

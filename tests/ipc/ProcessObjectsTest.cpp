@@ -83,7 +83,7 @@ TEST_P(ReplyQueueSweep, TakesTheQueuesOfGoneClientsOnly) {
 
 INSTANTIATE_TEST_SUITE_P(Owners, ReplyQueueSweep,
                          ::testing::Values(SweepCase{"WaitingClient", Owner::Waiting, true},
-                                           SweepCase{"StoppedClientWhoseRowsAgedOut", Owner::StoppedAndAged, true},
+                                           SweepCase{"ClientStoppedPastTheStalenessLimit", Owner::StoppedAndAged, true},
                                            SweepCase{"KilledClient", Owner::Killed, false}),
                          [](const auto& info) { return std::string(info.param.name); });
 

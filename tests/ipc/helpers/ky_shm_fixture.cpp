@@ -3,12 +3,15 @@
 //   ky_shm_fixture before STATE   notes the framework's objects ("ky_*") there now
 //   ky_shm_fixture after STATE    removes the machine's application table when
 //                                 the run made it and no live process is in it
-//                                 any more, then fails (exit 1) naming every
-//                                 framework object the run left behind
+//                                 any more, then names every framework object
+//                                 that appeared during the run and is still there
 //
 // CTest runs "before" ahead of the first test and "after" behind the last.
 // Every test's own domain is cleaned by the test; this step sees what no test
 // owns: the application table, and objects of domains that nobody cleaned.
+// Where the machine is the run's own (CI set in the environment) a leftover
+// fails the step; on a shared machine other programs' objects come and go
+// in /dev/shm meanwhile, so it is only named.
 #include <dirent.h>
 #include <fcntl.h>
 #include <pthread.h>
@@ -17,6 +20,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <set>
@@ -81,8 +85,9 @@ int main(int argc, char** argv) {
     int left = 0;
     for (const std::string& name : frameworkObjects()) {
         if (before.count(name)) continue;
-        std::printf("left behind by the run: /dev/shm/%s\n", name.c_str());
+        std::printf("appeared during the run and still there: /dev/shm/%s\n", name.c_str());
         ++left;
     }
-    return left == 0 ? 0 : 1;
+    const char* ci = std::getenv("CI");
+    return left != 0 && ci != nullptr && *ci != '\0' ? 1 : 0;
 }
