@@ -15,6 +15,7 @@
 #include "core/runtime/KyCoreApplication.h"
 #include "core/runtime/KyIoDispatcher.h"
 #include "ipc/ProcessObjects.h"
+#include "ipc/RegistryShared.h"
 
 namespace ky::ipc::detail {
 
@@ -342,6 +343,9 @@ void LoopPoller::remove(uint64_t id) {
 }
 
 void LoopPoller::tick_() {
+    // A process that stood still past the staleness limit puts its rows back
+    // first, so no closure acts on tables that lost them.
+    healAfterStall_();
     std::vector<std::shared_ptr<Task>> snapshot;
     {
         std::lock_guard<std::mutex> lock(mutex_);

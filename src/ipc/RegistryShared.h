@@ -157,6 +157,12 @@ void* openOrCreateRegistry_(const KyString& name, size_t size, uint32_t magic, u
 /// Runs tick every kRegistryHeartbeatMs on the calling thread's loop; null,
 /// without a message, when the thread has no loop.
 std::shared_ptr<std::atomic<bool>> installRegistryHeartbeat_(std::function<void()> tick);
+
+/// Called before each pass over this process's channels: when no heartbeat
+/// has run for longer than the staleness limit, the process stood still and
+/// others may have cleaned its rows away, so every heartbeat runs now (and
+/// puts them back) before any closure looks at the tables.
+void healAfterStall_();
 /// Installs tick as the domain's heartbeat unless heartbeats already holds
 /// one; without a loop on this thread nothing is recorded, so a later caller
 /// that has one installs it.

@@ -458,7 +458,7 @@ TEST_F(StalledPeer, AnAgentWhoseRowsWereSweptIsFoundAgainWhenItGoesOn) {
     browser.refreshNow();
     ASSERT_EQ(appeared, 1);
 
-    ASSERT_EQ(::kill(agent.pid(), SIGSTOP), 0);
+    ASSERT_TRUE(kytest::stopOutsideCriticalSections(agent.pid(), domain_));
     ageEveryRow();
     browser.refreshNow();
     EXPECT_EQ(disappeared, 1);
@@ -498,7 +498,7 @@ TEST_F(StalledPeer, AConsoleWhoseRowsWereSweptCatchesUpAndHearsTheAgentAgain) {
     ASSERT_TRUE(console.waitForError("Backend auto-connected", 30s)) << console.err();
     domain_.observe();
 
-    ASSERT_EQ(::kill(console.pid(), SIGSTOP), 0);
+    ASSERT_TRUE(kytest::stopOutsideCriticalSections(console.pid(), domain_));
     ageEveryRow();
     // The agent, never stopped, puts its own rows back at once.
     ASSERT_TRUE(kytest::waitUntil([&] { return agentListed(agent.pid()); }, kTwoHeartbeats));

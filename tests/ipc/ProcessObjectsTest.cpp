@@ -52,7 +52,7 @@ TEST_P(ReplyQueueSweep, TakesTheQueuesOfGoneClientsOnly) {
     domain.observe();  // the sweep takes the killed caller's rows along
 
     if (c.owner == Owner::StoppedAndAged) {
-        ASSERT_EQ(::kill(caller.pid(), SIGSTOP), 0);
+        ASSERT_TRUE(kytest::stopOutsideCriticalSections(caller.pid(), domain));
         ky::ipc::detail::setClockSkewForTesting_(ky::ipc::detail::kRegistryStaleMs + 1000);
     } else if (c.owner == Owner::Killed) {
         caller.kill();

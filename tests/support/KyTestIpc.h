@@ -19,14 +19,20 @@
 #pragma once
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <set>
 #include <string>
+#include <thread>
 
 #include "core/types/KyString.h"
 #include "ipc/IpcNames.h"
@@ -127,5 +133,53 @@ private:
     std::set<std::pair<std::string, uint32_t>> perPid_;  // reply queues and their owners
     std::set<uint32_t> pids_;
 };
+
+/// Stops a process (SIGSTOP) at a moment when it holds no mutex of the
+/// domain's objects known so far (plus its registries and the application
+/// table). A process stopped inside a critical section keeps every writer of
+/// that object waiting until it goes on (the mutexes are not robust, by
+/// design), which is not the stall a test of stalls means. False when no
+/// such moment came in many tries.
+inline bool stopOutsideCriticalSections(pid_t pid, IpcDomain& domain) {
+    domain.observe();
+    const std::string suffix = ky::ipc::detail::sanitizeRegistrySuffix_(domain.name()).toStdString();
+    std::set<std::string> names = domain.knownNames();
+    names.insert({"/ky_ipc_registry_" + suffix, "/ky_ipc_subs_" + suffix, "/ky_ipc_registry"});
+    const auto stopped = [pid] {
+        std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+        const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        const size_t close = text.rfind(')');
+        return close != std::string::npos && close + 2 < text.size() && text[close + 2] == 'T';
+    };
+    // Every layout keeps its mutex at offset 16; a dispatch table has none.
+    const auto held = [](const std::string& name) {
+        if (name.find("dispatch_tbl") != std::string::npos) return false;
+        const int fd = shm_open(name.c_str(), O_RDWR, 0);
+        if (fd < 0) return false;
+        void* p = mmap(nullptr, 56, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+        close(fd);
+        if (p == MAP_FAILED) return false;
+        auto* mutex = reinterpret_cast<pthread_mutex_t*>(static_cast<char*>(p) + 16);
+        const bool busy = pthread_mutex_trylock(mutex) != 0;
+        if (!busy) pthread_mutex_unlock(mutex);
+        munmap(p, 56);
+        return busy;
+    };
+    for (int attempt = 0; attempt < 500; ++attempt) {
+        if (::kill(pid, SIGSTOP) != 0) return false;
+        for (int i = 0; i < 2000 && !stopped(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        bool clear = true;
+        for (const std::string& name : names) {
+            if (held(name)) {
+                clear = false;
+                break;
+            }
+        }
+        if (clear) return true;
+        ::kill(pid, SIGCONT);
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return false;
+}
 
 }  // namespace kytest
