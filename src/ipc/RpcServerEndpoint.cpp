@@ -5,6 +5,8 @@
 #include <exception>
 
 #include "core/io/KyDebug.h"
+#include "core/runtime/KyCoreApplication.h"
+#include "core/runtime/KyEventLoop.h"
 #include "core/runtime/KyThread.h"
 #include "ipc/IpcNames.h"
 
@@ -14,6 +16,8 @@ namespace {
 constexpr const char* kCategory = "ky.ipc.rpc";
 // How long a kept reply queue is used before its client is looked at again.
 constexpr uint64_t kReplyCheckMs = 1000;
+// Period of the endpoint's look for clients that are gone.
+constexpr int kPruneMs = 2000;
 }  // namespace
 
 IpcSubscriptionHolder::IpcSubscriptionHolder(detail::SubscriptionHandle handle, std::shared_ptr<void> keep)
@@ -74,6 +78,11 @@ std::shared_ptr<void> RpcServerShared::replyQueue_(const KyString& key, uint32_t
     }
 }
 
+void RpcServerShared::dropGoneClients_() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!replies_.empty()) dropGoneClients_locked_(nowMs());
+}
+
 void RpcServerShared::dropGoneClients_locked_(uint64_t now) {
     prunedMs_ = now;
     // Each kept queue maps a client's ring: a long-lived server must not
@@ -105,9 +114,20 @@ RpcServerEndpoint::RpcServerEndpoint(Registry& registry, KyString subscriberObje
                                      std::function<ky::atomic::Thread*()> threadOf)
     : registry_(registry),
       subscriberObject_(std::move(subscriberObject)),
-      shared_(std::make_shared<detail::RpcServerShared>(std::move(alive), std::move(threadOf))) {}
+      shared_(std::make_shared<detail::RpcServerShared>(std::move(alive), std::move(threadOf))) {
+    // Asked first: without a loop on this thread the pruning waits for the next reply.
+    if (KyCoreApplication::instance(false) != nullptr) {
+        std::weak_ptr<detail::RpcServerShared> weak = shared_;
+        pruning_ = KyEventLoop::installSlowRuntime(kPruneMs, [weak] {
+            if (auto shared = weak.lock()) shared->dropGoneClients_();
+        });
+    }
+}
 
-RpcServerEndpoint::~RpcServerEndpoint() { stopAll(); }
+RpcServerEndpoint::~RpcServerEndpoint() {
+    if (pruning_) pruning_->store(false);
+    stopAll();
+}
 
 uint64_t RpcServerEndpoint::keep_(std::unique_ptr<IIpcSubscription> holder) {
     std::lock_guard<std::mutex> lock(mutex_);

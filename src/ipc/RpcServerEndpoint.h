@@ -104,6 +104,10 @@ public:
     std::shared_ptr<void> replyQueue_(const KyString& key, uint32_t pid,
                                       const std::function<std::shared_ptr<void>()>& make,
                                       const std::function<bool(const void*)>& stillNamed);
+    /// Drops the kept queues of clients that are gone (also run from the
+    /// endpoint's timer, so a server that answers nobody any more lets go of
+    /// the last clients' rings too).
+    void dropGoneClients_();
 
 private:
     struct CachedReply {
@@ -236,6 +240,8 @@ private:
     mutable std::mutex mutex_;
     uint64_t nextHolderId_ = 1;
     std::map<uint64_t, std::unique_ptr<IIpcSubscription>> holders_;
+    // The timer that lets go of gone clients' reply queues; null without a loop.
+    std::shared_ptr<std::atomic<bool>> pruning_;
 };
 
 }  // namespace ky::ipc

@@ -363,6 +363,14 @@ protected:
                              .toStdString());
         return names;
     }
+    /// Framework objects that a process still maps although they were unlinked.
+    static int unlinkedMappings(pid_t pid) {
+        std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
+        int n = 0;
+        for (std::string line; std::getline(maps, line);)
+            n += line.find("/dev/shm/ky_") != std::string::npos && line.find("(deleted)") != std::string::npos;
+        return n;
+    }
     static ShmLevel level(const std::set<std::string>& names) {
         ShmLevel l;
         for (const std::string& name : names) {
@@ -399,6 +407,13 @@ TEST_F(ConsoleRestarts, SharedMemoryStaysFlatWhetherTheConsoleEndsBySigtermOrSig
         EXPECT_EQ(now, first);
         EXPECT_EQ(level(own).objects, own.size());
 
+        // A client that lives for one call: the agent answers it, then must
+        // let go of its reply queue once it is gone.
+        kytest::Child caller;
+        ASSERT_TRUE(caller.start(kytest::helperPath("ky_c_peer"),
+                                 {"call", domain_.name().toStdString(), kAgentObject, "tunIsOpen", ""}));
+        EXPECT_EQ(caller.finish(30s), 0) << caller.out();
+
         ASSERT_EQ(::kill(console.pid(), endings[i]), 0);
         if (endings[i] == SIGTERM) {
             EXPECT_EQ(console.finish(30s), 0) << console.err();
@@ -407,6 +422,9 @@ TEST_F(ConsoleRestarts, SharedMemoryStaysFlatWhetherTheConsoleEndsBySigtermOrSig
             console.finish(30s);
         }
     }
+    // Nor does the agent keep the memory of its gone clients' rings mapped.
+    EXPECT_TRUE(kytest::waitUntil([&] { return unlinkedMappings(agent.pid()) == 0; }))
+        << unlinkedMappings(agent.pid()) << " rings of gone clients still mapped by the agent";
 }
 
 // ---- Stalls ----
