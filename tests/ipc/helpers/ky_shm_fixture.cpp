@@ -13,11 +13,8 @@
 // fails the step; on a shared machine other programs' objects come and go
 // in /dev/shm meanwhile, so it is only named.
 #include <dirent.h>
-#include <fcntl.h>
 #include <pthread.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -26,11 +23,12 @@
 #include <set>
 #include <string>
 
+// No domain is made here, so no test failure can be reported either.
+#define KY_TEST_IPC_REPORT_LEFTOVERS(text) (std::fputs(std::string(text).c_str(), stderr))
+#include "../../support/KyTestIpc.h"
 #include "ipc/AppsRegistryTable.h"
 
 namespace {
-
-constexpr const char* kAppsTable = "ky_ipc_registry";
 
 std::set<std::string> frameworkObjects() {
     std::set<std::string> names;
@@ -45,43 +43,33 @@ std::set<std::string> frameworkObjects() {
 // Unlinks the application table when it holds no row, under its own mutex so
 // that no process is registering at that moment.
 void removeEmptyAppsTable() {
-    struct stat st{};
-    if (::stat((std::string("/dev/shm/") + kAppsTable).c_str(), &st) != 0) return;
-    // Drops the slots of processes that are gone (the product's own cleaning).
-    (void)ky::ipc::AppsRegistryTable<64>::snapshotDomains();
-    const int fd = ::shm_open((std::string("/") + kAppsTable).c_str(), O_RDWR, 0);
-    if (fd < 0) return;
-    void* p = ::mmap(nullptr, 56, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    ::close(fd);
-    if (p == MAP_FAILED) return;
-    auto* mutex = reinterpret_cast<pthread_mutex_t*>(static_cast<char*>(p) + 16);
-    if (::pthread_mutex_trylock(mutex) == 0) {
-        uint32_t count = 0;
-        std::memcpy(&count, static_cast<char*>(p) + 8, 4);
-        if (count == 0) ::shm_unlink((std::string("/") + kAppsTable).c_str());
-        ::pthread_mutex_unlock(mutex);
-    }
-    ::munmap(p, 56);
+    if (!kytest::shmObjectExists("/ky_ipc_registry")) return;
+    (void)ky::ipc::AppsRegistryTable<64>::snapshotDomains();  // drops the slots of gone processes
+    kytest::ShmView table("/ky_ipc_registry");
+    if (table.size() < 56) return;
+    auto* mutex = reinterpret_cast<pthread_mutex_t*>(table.base() + 16);
+    if (::pthread_mutex_trylock(mutex) != 0) return;
+    if (table.at<uint32_t>(8) == 0) ::shm_unlink("/ky_ipc_registry");
+    ::pthread_mutex_unlock(mutex);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 3) {
-        std::fprintf(stderr, "usage: ky_shm_fixture before|after STATE\n");
-        return 2;
-    }
-    const std::string step = argv[1];
+    const std::string step = argc == 3 ? argv[1] : "";
     if (step == "before") {
         std::ofstream out(argv[2], std::ios::trunc);
         for (const std::string& name : frameworkObjects()) out << name << '\n';
         return out ? 0 : 1;
     }
-    if (step != "after") return 2;
+    if (step != "after") {
+        std::fprintf(stderr, "usage: ky_shm_fixture before|after STATE\n");
+        return 2;
+    }
     std::set<std::string> before;
     std::ifstream in(argv[2]);
     for (std::string line; std::getline(in, line);) before.insert(line);
-    if (!before.count(kAppsTable)) removeEmptyAppsTable();
+    if (!before.count("ky_ipc_registry")) removeEmptyAppsTable();
     int left = 0;
     for (const std::string& name : frameworkObjects()) {
         if (before.count(name)) continue;
