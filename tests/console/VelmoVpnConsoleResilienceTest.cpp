@@ -157,10 +157,8 @@ protected:
 // queues' counters are still wrong.
 TEST_F(HostileWriter, NeitherPeerDiesSpinsOrIgnoresSigtermWhateverSharedMemorySays) {
     kytest::Child agent;
-    ASSERT_TRUE(startAgent(agent)) << agent.err();
     kytest::Child console;
-    ASSERT_TRUE(startConsole(console)) << console.err();
-    ASSERT_TRUE(console.waitForError("Backend auto-connected", 30s)) << console.err();
+    ASSERT_TRUE(startBound(agent, console));
     ASSERT_TRUE(user().loginUser("", "demo@velmo.net", "velmo-demo", 5000)) << user().lastError("loginUser");
     domain_.observe();  // wrong stamps and pids get rows cleaned away
     const pid_t peers[] = {console.pid(), agent.pid()};
@@ -381,10 +379,8 @@ protected:
 // and the independent C peer reads the rows under the agent's pid.
 TEST_F(StalledPeer, AnAgentWhoseRowsWereSweptIsFoundAgainWhenItGoesOn) {
     kytest::Child agent;
-    ASSERT_TRUE(startAgent(agent)) << agent.err();
     kytest::Child console;
-    ASSERT_TRUE(startConsole(console)) << console.err();
-    ASSERT_TRUE(console.waitForError("Backend auto-connected", 30s)) << console.err();
+    ASSERT_TRUE(startBound(agent, console));
     domain_.observe();
     KyProxyObjectBrowser<VelmoVpnAgentProxy> browser(domain_.name(), "*", "test");
     int appeared = 0;
@@ -430,10 +426,8 @@ TEST_F(StalledPeer, AnAgentWhoseRowsWereSweptIsFoundAgainWhenItGoesOn) {
 // it hears the agent's next change.
 TEST_F(StalledPeer, AConsoleWhoseRowsWereSweptCatchesUpAndHearsTheAgentAgain) {
     kytest::Child agent;
-    ASSERT_TRUE(startAgent(agent)) << agent.err();
     kytest::Child console;
-    ASSERT_TRUE(startConsole(console)) << console.err();
-    ASSERT_TRUE(console.waitForError("Backend auto-connected", 30s)) << console.err();
+    ASSERT_TRUE(startBound(agent, console));
     domain_.observe();
 
     ASSERT_TRUE(kytest::stopOutsideCriticalSections(console.pid(), domain_));

@@ -48,6 +48,13 @@ protected:
         domain_.trackPid(static_cast<uint32_t>(agent.pid()));
         return agent.waitForText("velmo-demo-agent ready", std::chrono::seconds(30));
     }
+    /// Starts the agent, then a console, and waits until the console is bound to it.
+    ::testing::AssertionResult startBound(Child& agent, Child& console) {
+        if (!startAgent(agent)) return ::testing::AssertionFailure() << "agent: " << agent.err();
+        if (!startConsole(console) || !console.waitForError("Backend auto-connected", std::chrono::seconds(30)))
+            return ::testing::AssertionFailure() << "console: " << console.err();
+        return ::testing::AssertionSuccess();
+    }
     /// Waits until text appears at least n times in the console's stderr.
     static bool waitForCount(Child& console, const std::string& text, size_t n,
                              std::chrono::milliseconds deadline = std::chrono::seconds(30)) {
