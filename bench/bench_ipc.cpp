@@ -28,6 +28,8 @@
 #include "ipc/LoopPoller.h"
 #include "ipc/RingQueue.h"
 #include "ipc/Signal.h"
+// Benchmarks run without GoogleTest: leftovers of a run are told on stderr.
+#define KY_TEST_IPC_REPORT_LEFTOVERS(text) (std::fprintf(stderr, "%s\n", std::string(text).c_str()))
 #include "../tests/support/KyTestIpc.h"
 
 namespace {
@@ -177,7 +179,7 @@ void BM_QueuePushAndDrain4K(benchmark::State& state) {
     std::vector<uint8_t> payload(4096, 'q');
     ky::ipc::detail::DrainedMessages out;
     for (auto _ : state) {
-        ky::ipc::detail::pushQueue_(queue.mapping().layout(), 100, payload.data(), payload.size());
+        ky::ipc::detail::pushQueue_(queue.mapping().layout(), 100, payload.data(), payload.size(), queue.shmName());
         out.clear();
         ky::ipc::detail::drainQueue_(queue.mapping().layout(), 100, poll, out);
         benchmark::DoNotOptimize(out.bytes.data());

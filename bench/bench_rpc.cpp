@@ -35,6 +35,8 @@
 #include "core/runtime/KyThread.h"
 #include "ipc/RpcMethodClient.h"
 #include "ipc/RpcServerEndpoint.h"
+// Benchmarks run without GoogleTest: leftovers of a run are told on stderr.
+#define KY_TEST_IPC_REPORT_LEFTOVERS(text) (std::fprintf(stderr, "%s\n", std::string(text).c_str()))
 #include "../tests/support/KyTestIpc.h"
 
 namespace {

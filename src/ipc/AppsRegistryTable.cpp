@@ -11,6 +11,7 @@
 #include "core/types/KyJsonArray.h"
 #include "core/types/KyJsonObject.h"
 #include "ipc/IpcNames.h"
+#include "ipc/ProcessObjects.h"
 
 namespace ky::ipc {
 
@@ -20,10 +21,17 @@ namespace {
 
 constexpr uint32_t kMaxPidsPerDomain = 16;
 
+// A row's slot count as a bound (read once, cut to the slots there are).
+uint32_t boundedPidCount(const AppEntry& row) {
+    const uint32_t n = __atomic_load_n(&row.pidCount, __ATOMIC_RELAXED);
+    return n < kMaxPidsPerDomain ? n : kMaxPidsPerDomain;
+}
+
 // Swap-with-last inside the two parallel slot arrays of a row.
 void removeSlot(AppEntry& row, uint32_t j) {
-    if (j >= row.pidCount) return;
-    const uint32_t last = row.pidCount - 1;
+    const uint32_t n = boundedPidCount(row);
+    if (j >= n) return;
+    const uint32_t last = n - 1;
     row.pids[j] = row.pids[last];
     row.pidLastSeenMs[j] = row.pidLastSeenMs[last];
     row.pids[last] = 0;
@@ -64,28 +72,32 @@ typename AppsRegistryTable<Rows>::Mapping AppsRegistryTable<Rows>::openOrCreate_
 }
 
 template <size_t Rows>
-void AppsRegistryTable<Rows>::cleanupStale_locked_(Layout* layout, uint64_t now) {
+uint32_t AppsRegistryTable<Rows>::cleanupStale_locked_(Layout* layout, uint64_t now) {
     RegistryHeader& h = layout->header;
-    if (h.count > Rows) h.count = Rows;
+    uint32_t count = detail::boundedCount_(h, static_cast<uint32_t>(Rows));
     const bool tagRight = h.clockTag == detail::kRegistryClockTag;
     uint32_t i = 0;
-    while (i < h.count) {
+    while (i < count) {
         AppEntry& row = layout->rows[i];
-        if (row.pidCount > kMaxPidsPerDomain) row.pidCount = kMaxPidsPerDomain;
+        uint32_t slots = boundedPidCount(row);
+        row.pidCount = slots;
         uint32_t j = 0;
-        while (j < row.pidCount) {
+        while (j < slots) {
             if (detail::registryRowStale_(row.pidLastSeenMs[j], row.pids[j], tagRight, now)) {
                 removeSlot(row, j);
+                slots = boundedPidCount(row);
             } else {
                 ++j;
             }
         }
-        if (row.pidCount == 0) {
-            detail::removeRowSwapLast_(layout->rows, h.count, i);
+        if (slots == 0) {
+            detail::removeRowSwapLast_(layout->rows, count, i);
         } else {
             ++i;
         }
     }
+    h.count = count;
+    return count;
 }
 
 template <size_t Rows>
@@ -93,28 +105,30 @@ void AppsRegistryTable<Rows>::touchRow_locked_(Layout* layout, const KyString& d
     RegistryHeader& h = layout->header;
     const uint64_t hash = detail::frameworkHash(domain);
     const KyString shmName = KyString("/ky_ipc_registry_") + detail::sanitizeRegistrySuffix_(domain);
-    for (uint32_t i = 0; i < h.count; ++i) {
+    const uint32_t count = detail::boundedCount_(h, static_cast<uint32_t>(Rows));
+    for (uint32_t i = 0; i < count; ++i) {
         AppEntry& row = layout->rows[i];
         if (row.hash != hash) continue;
         row.lastSeenMs = now;
         detail::copyTrunc(row.domain, sizeof(row.domain), domain);
         detail::copyTrunc(row.shmName, sizeof(row.shmName), shmName);
-        for (uint32_t j = 0; j < row.pidCount; ++j) {
+        const uint32_t slots = boundedPidCount(row);
+        for (uint32_t j = 0; j < slots; ++j) {
             if (row.pids[j] == pid) {
                 row.pidLastSeenMs[j] = now;
                 return;
             }
         }
         // A domain of sixteen processes keeps the seventeenth out, silently.
-        if (row.pidCount < kMaxPidsPerDomain) {
-            row.pids[row.pidCount] = pid;
-            row.pidLastSeenMs[row.pidCount] = now;
-            ++row.pidCount;
+        if (slots < kMaxPidsPerDomain) {
+            row.pids[slots] = pid;
+            row.pidLastSeenMs[slots] = now;
+            row.pidCount = slots + 1;
         }
         return;
     }
-    if (h.count >= Rows) return;  // a full table is silent
-    AppEntry& row = layout->rows[h.count];
+    if (count >= Rows) return;  // a full table is silent
+    AppEntry& row = layout->rows[count];
     std::memset(&row, 0, sizeof(row));
     row.hash = hash;
     row.lastSeenMs = now;
@@ -123,7 +137,7 @@ void AppsRegistryTable<Rows>::touchRow_locked_(Layout* layout, const KyString& d
     row.pidLastSeenMs[0] = now;
     detail::copyTrunc(row.domain, sizeof(row.domain), domain);
     detail::copyTrunc(row.shmName, sizeof(row.shmName), shmName);
-    ++h.count;
+    h.count = count + 1;
 }
 
 template <size_t Rows>
@@ -147,8 +161,7 @@ void AppsRegistryTable<Rows>::heartbeatTick_(const KyString& domain) {
 
 template <size_t Rows>
 void AppsRegistryTable<Rows>::registerDomain(const KyString& domain) {
-    static std::once_flag exitHookOnce;
-    std::call_once(exitHookOnce, [] { std::atexit(&ProcessHooks::onExit_); });
+    detail::ensureProcessExitHook_();
     {
         ProcessHooks& hooks = ProcessHooks::instance();
         std::lock_guard<std::mutex> lock(hooks.mtx_);
@@ -168,6 +181,9 @@ void AppsRegistryTable<Rows>::registerDomain(const KyString& domain) {
 template <size_t Rows>
 void AppsRegistryTable<Rows>::ProcessHooks::onExit_() {
     cleanup_(true);
+    // Objects named after this process are of no use to anybody once it
+    // is gone; the shared channels stay for the next start.
+    detail::removeOwnedObjects_();
 }
 
 template <size_t Rows>
@@ -186,21 +202,23 @@ void AppsRegistryTable<Rows>::ProcessHooks::cleanup_(bool tryOnly) {
         if (!lock.locked()) continue;
         RegistryHeader& h = m.layout->header;
         const uint64_t now = detail::nowMs();
-        cleanupStale_locked_(m.layout, now);
+        uint32_t count = cleanupStale_locked_(m.layout, now);
         const uint64_t hash = detail::frameworkHash(domain);
-        for (uint32_t i = 0; i < h.count; ++i) {
+        for (uint32_t i = 0; i < count; ++i) {
             AppEntry& row = m.layout->rows[i];
             if (row.hash != hash) continue;
-            for (uint32_t j = 0; j < row.pidCount; ++j) {
+            const uint32_t slots = boundedPidCount(row);
+            for (uint32_t j = 0; j < slots; ++j) {
                 if (row.pids[j] == self) {
                     removeSlot(row, j);
                     break;
                 }
             }
-            if (row.pidCount > 0) {
+            if (boundedPidCount(row) > 0) {
                 row.lastSeenMs = now;
             } else {
-                detail::removeRowSwapLast_(m.layout->rows, h.count, i);
+                detail::removeRowSwapLast_(m.layout->rows, count, i);
+                h.count = count;
             }
             break;
         }
@@ -218,12 +236,12 @@ KyList<KyJsonValue> AppsRegistryTable<Rows>::snapshotDomains() {
     if (!m) return out;
     RegistryLock lock(&m.layout->header, RegistryLock::Block);
     if (!lock.locked()) return out;
-    cleanupStale_locked_(m.layout, detail::nowMs());
-    const uint32_t count = m.layout->header.count < Rows ? m.layout->header.count : static_cast<uint32_t>(Rows);
+    const uint32_t count = cleanupStale_locked_(m.layout, detail::nowMs());
     for (uint32_t i = 0; i < count; ++i) {
         const AppEntry& row = m.layout->rows[i];
         KyJsonArray pids;
-        for (uint32_t j = 0; j < row.pidCount && j < kMaxPidsPerDomain; ++j) pids.append(KyJsonValue(row.pids[j]));
+        const uint32_t slots = boundedPidCount(row);
+        for (uint32_t j = 0; j < slots; ++j) pids.append(KyJsonValue(row.pids[j]));
         KyJsonObject o;
         o.insert("domain", detail::boundedText(row.domain, sizeof(row.domain)));
         o.insert("shmName", detail::boundedText(row.shmName, sizeof(row.shmName)));

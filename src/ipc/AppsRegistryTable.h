@@ -3,7 +3,8 @@
 //
 // Every process that registers a signal in a domain registers the domain
 // here, renews its slot from a heartbeat and takes its slot out at exit
-// (without waiting on a busy table: a process must not hang while it ends).
+// (without waiting on a busy table: a process must not hang while it ends);
+// the same exit hook removes the objects named after the process.
 // Dead slots and rows are pruned by whoever passes by. All calls may be made
 // from any thread; they never throw, never log and never report failure.
 // Only the size 64 is instantiated.
@@ -43,7 +44,8 @@ public:
         std::set<KyString> domains_;
         KyString objectName_ = KyString("/ky_ipc_registry");
         static ProcessHooks& instance();
-        /// Installed with atexit: takes this process out without blocking.
+        /// Installed with atexit: takes this process out without blocking and
+        /// unlinks the objects named after it (its reply queues and dispatch table).
         static void onExit_();
         /// Removes this process's slot from every domain it registered; with
         /// tryOnly a busy table is skipped. Ends the heartbeats.
@@ -74,8 +76,9 @@ private:
     static void heartbeatTick_(const KyString& domain);
     // Adds or renews this process's slot under the domain; caller holds the mutex.
     static void touchRow_locked_(Layout* layout, const KyString& domain, uint32_t pid, uint64_t now);
-    // Removes stale slots, then rows without slots; caller holds the mutex.
-    static void cleanupStale_locked_(Layout* layout, uint64_t now);
+    // Removes stale slots, then rows without slots, and returns the bounded
+    // row count; caller holds the mutex.
+    static uint32_t cleanupStale_locked_(Layout* layout, uint64_t now);
 };
 
 extern template class AppsRegistryTable<64>;

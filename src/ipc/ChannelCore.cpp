@@ -6,7 +6,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <mutex>
+#include <set>
 
+#include "core/io/KyDebug.h"
 #include "core/runtime/KyCoreApplication.h"
 #include "core/runtime/KyTimer.h"
 #include "ipc/LoopPoller.h"
@@ -17,6 +20,7 @@ namespace ky::ipc::detail {
 
 namespace {
 
+constexpr const char* kCategory = "ky.ipc.channel";
 constexpr size_t kQueueSeqOffset = 104;
 constexpr size_t kQueueHeadOffset = 112;
 constexpr size_t kQueueSlotsOffset = 128;
@@ -41,9 +45,15 @@ thread_local KyString tSubscriberObject;
 
 }  // namespace
 
-void registerChannel_(const KyString& domain, const KyString& object, const KyString& name, const KyString& shmName,
-                      uint64_t typeId, const KyString& typeName) {
-    RegistryTable<256>::registerSignal(domain, object, name, shmName, typeId, typeName);
+std::shared_ptr<void> registerChannel_(const KyString& domain, const KyString& object, const KyString& name,
+                                       const KyString& shmName, uint64_t typeId, const KyString& typeName) {
+    RegistryTable<256>::holdSignal_(domain, object, name, shmName, typeId, typeName);
+    struct Held {
+        KyString domain, object, name;
+        ~Held() { RegistryTable<256>::releaseSignal_(domain, object, name); }
+    };
+    // Built in place: a temporary Held would release the row as it dies.
+    return std::shared_ptr<Held>(new Held{domain, object, name});
 }
 
 void notifySubscribers_(const KyString& domain, const KyString& object, const KyString& name) {
@@ -95,11 +105,18 @@ bool takeSignalValue_(ShmLayout<4096>* block, SignalPollState& state, uint8_t* o
     return true;
 }
 
-bool pushQueue_(void* queue, size_t slots, const uint8_t* payload, size_t size) {
+bool pushQueue_(void* queue, size_t slots, const uint8_t* payload, size_t size, const KyString& name) {
     pthread_mutex_lock(queueMutex(queue));
     const uint64_t seq = *queueSeq(queue);
-    const uint64_t head = *queueHead(queue);
-    if (seq >= head && seq - head >= slots) {
+    uint64_t head = *queueHead(queue);
+    if (head > seq) {
+        // No correct writer or reader leaves head ahead of seq: somebody
+        // wrote into the queue. Nothing after head can be waiting.
+        head = seq;
+        *queueHead(queue) = seq;
+        logQueueRepairOnce_(queue, name, "its consumed count was ahead of its written count");
+    }
+    if (seq - head >= slots) {
         pthread_mutex_unlock(queueMutex(queue));
         return false;
     }
@@ -127,17 +144,33 @@ void drainQueue_(void* queue, size_t slots, QueuePollState& state, DrainedMessag
     if (pthread_mutex_trylock(queueMutex(queue)) != 0) return;
     uint64_t head = *queueHead(queue);
     const uint64_t seq = *queueSeq(queue);
+    // The pass is bounded by the ring, never by the counters: they are
+    // numbers in shared memory that anybody may have set.
+    if (head > seq) {
+        head = seq;
+        *queueHead(queue) = head;
+        logQueueRepairOnce_(queue, state.objectName, "its consumed count was ahead of its written count");
+    } else if (seq - head > slots) {
+        // Messages before seq - slots cannot still be in the ring: they
+        // count as lost.
+        head = seq - slots;
+        *queueHead(queue) = head;
+        logQueueRepairOnce_(queue, state.objectName, "its written count ran more than a ring ahead");
+    }
     while (head < seq) {
         const uint64_t m = head + 1;
         ShmQueueSlot<kPayloadCapacity>* slot = queueSlot(queue, slots, m);
-        if (slot->seq == m && slot->size <= kPayloadCapacity) {
+        // Read once: a size checked and then read again could have grown
+        // in between, and the copy would run off the slot.
+        const uint32_t size = __atomic_load_n(&slot->size, __ATOMIC_RELAXED);
+        const size_t used = size <= kPayloadCapacity ? size : kPayloadCapacity;
+        if (slot->seq == m && size <= kPayloadCapacity) {
             const size_t offset = out.bytes.size();
-            out.bytes.insert(out.bytes.end(), slot->payload, slot->payload + slot->size);
-            out.spans.emplace_back(offset, slot->size);
+            out.bytes.insert(out.bytes.end(), slot->payload, slot->payload + used);
+            out.spans.emplace_back(offset, used);
         }
         // A consumed slot keeps its number but not its bytes: requests may
         // carry passwords, and the object is readable by every local user.
-        const size_t used = slot->size <= kPayloadCapacity ? slot->size : kPayloadCapacity;
         std::memset(slot->payload, 0, used);
         slot->size = 0;
         head = m;
@@ -145,6 +178,17 @@ void drainQueue_(void* queue, size_t slots, QueuePollState& state, DrainedMessag
     }
     if (initialPending) state.initialDone = true;
     pthread_mutex_unlock(queueMutex(queue));
+}
+
+void logQueueRepairOnce_(const void* queue, const KyString& name, const char* what) {
+    // Once per object: a writer that keeps corrupting must not flood the log.
+    static std::mutex* mutex = new std::mutex;
+    static std::set<const void*>* logged = new std::set<const void*>;
+    {
+        std::lock_guard<std::mutex> lock(*mutex);
+        if (!logged->insert(queue).second) return;
+    }
+    kyLogWarning(kCategory) << "repaired ring queue" << name << ":" << what;
 }
 
 void schedulePollerPass_() {

@@ -21,6 +21,7 @@
 
 #include "core/types/KyString.h"
 #include "ipc/Codec.h"
+#include "ipc/IpcNames.h"
 #include "ipc/ShmMapping.h"
 
 namespace ky::ipc::detail {
@@ -51,6 +52,7 @@ struct DrainedMessages {
 
 /// Shared between a queue subscription and its closure.
 struct QueuePollState {
+    KyString objectName;  // for the log line of a repair
     bool fireInitial = false;
     bool initialDone = false;
     std::atomic<uint8_t> busy{0};
@@ -83,9 +85,11 @@ private:
     bool acquired_;
 };
 
-/// Registers the channel's row in the signal registry (best effort).
-void registerChannel_(const KyString& domain, const KyString& object, const KyString& name, const KyString& shmName,
-                      uint64_t typeId, const KyString& typeName);
+/// Registers the channel's row in the signal registry (best effort) and
+/// keeps it remembered while the returned token lives: a heartbeat puts the
+/// row back when others' cleaning removed it. Channel objects hold the token.
+std::shared_ptr<void> registerChannel_(const KyString& domain, const KyString& object, const KyString& name,
+                                       const KyString& shmName, uint64_t typeId, const KyString& typeName);
 /// Wakes every process subscribed to (domain, object, name), once each.
 void notifySubscribers_(const KyString& domain, const KyString& object, const KyString& name);
 
@@ -98,10 +102,16 @@ uint64_t signalSeq_(ShmLayout<4096>* block);
 bool takeSignalValue_(ShmLayout<4096>* block, SignalPollState& state, uint8_t* out,
                       size_t& size);
 
-/// Appends a message to a ring of `slots` slots; false when it is full.
-bool pushQueue_(void* queue, size_t slots, const uint8_t* payload, size_t size);
-/// One drain of a queue closure: every unconsumed message in order.
+/// Appends a message to a ring of `slots` slots; false when it is full. A
+/// head found ahead of seq (no correct peer leaves one) is set back to seq.
+bool pushQueue_(void* queue, size_t slots, const uint8_t* payload, size_t size, const KyString& name);
+/// One drain of a queue closure: every unconsumed message in order, at most
+/// `slots` of them. Counters that no correct peer leaves behind are repaired
+/// first: a head ahead of seq goes back to seq, and a seq more than a ring
+/// ahead of head moves head to seq - slots (those messages are lost).
 void drainQueue_(void* queue, size_t slots, QueuePollState& state, DrainedMessages& out);
+/// Logs a repair of the queue at `queue` once per object and process.
+void logQueueRepairOnce_(const void* queue, const KyString& name, const char* what);
 
 /// "__rqsub__<pid>|<n>": the subscriber name of an anonymous queue consumer.
 KyString queueSubscriberName_(uint64_t n);
@@ -153,6 +163,7 @@ SubscriptionHandle connectQueue_(const KyString& domain, const KyString& object,
                                  int timeoutMs, std::atomic<uint64_t>& counter) {
     auto state = std::make_shared<QueuePollState>();
     state->fireInitial = fireInitial;
+    state->objectName = make_shm_name(domain, object, name);
     auto closure = [state, keep = std::move(keep), base, slots, cb = std::move(cb)]() mutable {
         BusyGuard guard(state->busy, state->missed);
         if (!guard.acquired()) return;

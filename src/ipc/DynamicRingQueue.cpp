@@ -14,8 +14,10 @@ static_assert(kQueueFixedBytes == 192);
 std::shared_ptr<QueueRegion> QueueRegion::openOrCreate(const KyString& name, size_t slots, uint64_t typeId) {
     using Layout = ShmQueueLayout<kPayloadCapacity, 1>;
     const size_t size = kQueueFixedBytes + slots * sizeof(ShmQueueSlot<kPayloadCapacity>);
-    void* base = openChannelObject_(name, {size, Layout::kMagic, Layout::kVersion, Layout::kInitialSeq}, typeId);
-    return std::shared_ptr<QueueRegion>(new QueueRegion(name, base, slots));
+    ChannelObjectIdentity identity;
+    void* base =
+        openChannelObject_(name, {size, Layout::kMagic, Layout::kVersion, Layout::kInitialSeq}, typeId, &identity);
+    return std::shared_ptr<QueueRegion>(new QueueRegion(name, base, slots, identity));
 }
 
 QueueRegion::~QueueRegion() {

@@ -18,6 +18,7 @@
 #include "ipc/Codec.h"
 #include "ipc/IpcNames.h"
 #include "ipc/Registry.h"
+#include "ipc/ShmMapping.h"
 #include "ipc/TypeId.h"
 
 namespace ky::ipc {
@@ -36,12 +37,16 @@ public:
     void* base() const { return base_; }
     size_t slots() const { return slots_; }
     const KyString& name() const { return name_; }
+    /// True while the name still leads to this mapping's object.
+    bool stillNamed() const { return channelObjectStillNamed_(name_, identity_); }
 
 private:
-    QueueRegion(const KyString& name, void* base, size_t slots) : name_(name), base_(base), slots_(slots) {}
+    QueueRegion(const KyString& name, void* base, size_t slots, ChannelObjectIdentity identity)
+        : name_(name), base_(base), slots_(slots), identity_(identity) {}
     KyString name_;
     void* base_;
     size_t slots_;
+    ChannelObjectIdentity identity_;
 };
 
 }  // namespace detail
@@ -56,17 +61,16 @@ public:
         : registry_(registry),
           name_(name),
           region_(detail::QueueRegion::openOrCreate(detail::make_shm_name(registry.domain, registry.object, name),
-                                                    slots, detail::type_id<Args...>())) {
-        detail::registerChannel_(registry.domain, registry.object, name, region_->name(), detail::type_id<Args...>(),
-                                 detail::type_name<Args...>());
-    }
+                                                    slots, detail::type_id<Args...>())),
+          registration_(detail::registerChannel_(registry.domain, registry.object, name, region_->name(),
+                                                 detail::type_id<Args...>(), detail::type_name<Args...>())) {}
 
     /// Appends one message and wakes the consumer; false when full or over 4096 bytes.
     bool push(const Args&... args) {
         uint8_t buffer[kPayloadCapacity];
         Encoder e{buffer, sizeof(buffer), 0};
         if (!detail::encodeArgs(e, args...)) return false;
-        if (!detail::pushQueue_(region_->base(), region_->slots(), buffer, e.pos)) return false;
+        if (!detail::pushQueue_(region_->base(), region_->slots(), buffer, e.pos, region_->name())) return false;
         detail::notifySubscribers_(registry_.domain, registry_.object, name_);
         return true;
     }
@@ -81,6 +85,8 @@ public:
     const KyString& name() const { return name_; }
     const KyString& shmName() const { return region_->name(); }
     size_t slots() const { return region_->slots(); }
+    /// False once the object was unlinked (and perhaps made anew) under this mapping.
+    bool stillNamed() const { return region_->stillNamed(); }
 
 private:
     static std::atomic<uint64_t>& nextSubscriber_() {
@@ -91,6 +97,7 @@ private:
     Registry& registry_;
     KyString name_;
     std::shared_ptr<detail::QueueRegion> region_;
+    std::shared_ptr<void> registration_;
 };
 
 }  // namespace ky::ipc

@@ -105,7 +105,9 @@ uint64_t nowMs() {
 void setClockSkewForTesting_(int64_t ms) { gClockSkewMs.store(ms, std::memory_order_relaxed); }
 
 bool processGone_(uint32_t pid) {
-    if (pid == 0) return true;
+    // A pid past INT32_MAX is no process: as a pid_t it would be negative,
+    // and kill would ask about a whole process group (or every process).
+    if (pid == 0 || pid > 0x7FFFFFFFu) return true;
     return ::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH;
 }
 

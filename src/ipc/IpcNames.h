@@ -50,8 +50,8 @@ uint64_t nowMs();
 /// Adds `ms` to every later nowMs() of this process (tests age rows with it).
 void setClockSkewForTesting_(int64_t ms);
 
-/// True when no process `pid` exists: pid 0, or kill(pid, 0) fails with ESRCH
-/// (EPERM means alive).
+/// True when no process `pid` exists: pid 0, a number no pid_t can hold, or
+/// kill(pid, 0) failing with ESRCH (EPERM means alive).
 bool processGone_(uint32_t pid);
 
 }  // namespace ky::ipc::detail

@@ -11,12 +11,20 @@
 #include <string>
 #include <vector>
 
+#include "core/io/KyDebug.h"
 #include "core/runtime/KyCoreApplication.h"
 #include "core/runtime/KyIoDispatcher.h"
+#include "ipc/ProcessObjects.h"
+#include "ipc/RegistryShared.h"
 
 namespace ky::ipc::detail {
 
 namespace {
+
+constexpr const char* kCategory = "ky.ipc.looppoller";
+// Datagrams taken per wake-up: a sender that never stops must not keep the
+// loop in one handler; what is left fires the watch again.
+constexpr int kMaxDatagramsPerWake = 1024;
 
 struct WakeupState {
     std::mutex mutex;
@@ -44,27 +52,59 @@ SenderSocket& sender() {
     return *s;
 }
 
+// The functions this process put in its dispatch table: the only ones a
+// wake-up ever calls. The table lives in shared memory, so an entry there is
+// a number anyone with write access may have set, or one a dead process of
+// the same pid left behind; calling it would jump wherever it points. With
+// one program image the list holds dispatchSelf_ alone.
+constexpr int kMaxRegisteredDispatch = 4;
+std::atomic<uint64_t> gRegisteredDispatch[kMaxRegisteredDispatch];
+std::atomic<bool> gForeignEntryLogged{false};
+
+uint64_t selfDispatchAddress() { return reinterpret_cast<uint64_t>(&LoopPoller::dispatchSelf_); }
+
+void registerDispatch(uint64_t fn) {
+    for (auto& slot : gRegisteredDispatch) {
+        if (slot.load(std::memory_order_acquire) == fn) return;
+    }
+    for (auto& slot : gRegisteredDispatch) {
+        uint64_t expected = 0;
+        if (slot.compare_exchange_strong(expected, fn)) return;
+    }
+}
+
+bool isRegisteredDispatch(uint64_t fn) {
+    for (const auto& slot : gRegisteredDispatch) {
+        if (slot.load(std::memory_order_acquire) == fn) return true;
+    }
+    return false;
+}
+
 void callTableEntries() {
-    LoopPollerDispatchRegistry::Table* table = LoopPollerDispatchRegistry::table();
-    if (table == nullptr) {
-        LoopPoller::dispatchSelf_();
-        return;
+    // Foreign entries are only looked at, never called: one log line per
+    // process tells that somebody wrote into the table.
+    if (LoopPollerDispatchRegistry::Table* table = LoopPollerDispatchRegistry::table()) {
+        for (const auto& entry : table->entries) {
+            const uint64_t fn = entry.load(std::memory_order_acquire);
+            if (fn == 0 || isRegisteredDispatch(fn)) continue;
+            if (!gForeignEntryLogged.exchange(true)) {
+                kyLogWarning(kCategory) << "ignoring dispatch table entries that this process did not register";
+            }
+            break;
+        }
     }
-    bool self = false;
-    for (auto& entry : table->entries) {
-        uint64_t fn = entry.load(std::memory_order_acquire);
-        if (fn == 0) continue;
-        if (fn == reinterpret_cast<uint64_t>(&LoopPoller::dispatchSelf_)) self = true;
-        reinterpret_cast<void (*)()>(fn)();
+    // A full or missing table leaves this image out of it; its closures still run.
+    for (const auto& slot : gRegisteredDispatch) {
+        const uint64_t fn = slot.load(std::memory_order_acquire);
+        if (fn != 0) reinterpret_cast<void (*)()>(fn)();
     }
-    // A full table leaves this image out of it; its closures still run.
-    if (!self) LoopPoller::dispatchSelf_();
 }
 
 void ensureInTable() {
+    const uint64_t self = selfDispatchAddress();
+    registerDispatch(self);
     LoopPollerDispatchRegistry::Table* table = LoopPollerDispatchRegistry::table();
     if (table == nullptr) return;
-    const uint64_t self = reinterpret_cast<uint64_t>(&LoopPoller::dispatchSelf_);
     for (auto& entry : table->entries) {
         if (entry.load(std::memory_order_acquire) == self) return;
     }
@@ -77,44 +117,90 @@ void ensureInTable() {
 void clearFromTable() {
     LoopPollerDispatchRegistry::Table* table = LoopPollerDispatchRegistry::table();
     if (table == nullptr) return;
-    uint64_t self = reinterpret_cast<uint64_t>(&LoopPoller::dispatchSelf_);
+    const uint64_t self = selfDispatchAddress();
     for (auto& entry : table->entries) {
         uint64_t expected = self;
         entry.compare_exchange_strong(expected, 0);
     }
 }
 
+// The process's own table. Only its owner may read or write it: nobody else
+// has a reason to, and its entries are addresses inside this process.
+struct DispatchTableState {
+    std::mutex mutex;
+    LoopPollerDispatchRegistry::Table* mapped = nullptr;
+    int fd = -1;     // kept open for the life of the process
+    pid_t pid = 0;   // the process that mapped it (a forked child maps its own)
+};
+
+DispatchTableState& dispatchTable() {
+    static DispatchTableState* state = new DispatchTableState;  // used by exit hooks
+    return *state;
+}
+
+std::string dispatchTableName(pid_t pid) { return "/ky_ipc_dispatch_tbl_v1_" + std::to_string(pid); }
+
 }  // namespace
 
 LoopPollerDispatchRegistry::Table* LoopPollerDispatchRegistry::table() {
-    static std::mutex mutex;
-    static Table* mapped = nullptr;
-    [[maybe_unused]] static int keptFd = -1;
-    std::lock_guard<std::mutex> lock(mutex);
-    if (mapped != nullptr) return mapped;
-    std::string name = "/ky_ipc_dispatch_tbl_v1_" + std::to_string(getpid());
-    int f = shm_open(name.c_str(), O_CREAT | O_RDWR, 0666);
+    DispatchTableState& st = dispatchTable();
+    std::lock_guard<std::mutex> lock(st.mutex);
+    const pid_t self = ::getpid();
+    if (st.mapped != nullptr && st.pid == self) return st.mapped;
+    if (st.mapped != nullptr) {
+        // Inherited through fork: that table is the parent's.
+        ::munmap(st.mapped, sizeof(Table));
+        if (st.fd >= 0) ::close(st.fd);
+        st.mapped = nullptr;
+        st.fd = -1;
+    }
+    const std::string name = dispatchTableName(self);
+    int f;
+    do {
+        f = ::shm_open(name.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0600);
+    } while (f < 0 && errno == EINTR);
+    bool adopted = false;
+    if (f < 0 && errno == EEXIST) {
+        // No live process but this one has our pid: the table is a dead
+        // process's, left behind by a kill, and is taken over below.
+        do {
+            f = ::shm_open(name.c_str(), O_RDWR | O_CLOEXEC, 0600);
+        } while (f < 0 && errno == EINTR);
+        adopted = true;
+    }
     if (f < 0) return nullptr;
-    (void)fchmod(f, 0666);
-    if (ftruncate(f, sizeof(Table)) != 0) {
-        close(f);
+    (void)::fchmod(f, 0600);
+    if (::ftruncate(f, sizeof(Table)) != 0) {
+        ::close(f);
         return nullptr;
     }
-    void* p = mmap(nullptr, sizeof(Table), PROT_READ | PROT_WRITE, MAP_SHARED, f, 0);
+    void* p = ::mmap(nullptr, sizeof(Table), PROT_READ | PROT_WRITE, MAP_SHARED, f, 0);
     if (p == MAP_FAILED) {
-        close(f);
+        ::close(f);
         return nullptr;
     }
-    // The descriptor stays open for the life of the process.
-    keptFd = f;
     auto* t = static_cast<Table*>(p);
-    if (t->magic != kMagic || t->version != kVersion) {
-        std::memset(p, 0, sizeof(Table));
-        t->magic = kMagic;
-        t->version = kVersion;
-    }
-    mapped = t;
-    return mapped;
+    // Whatever a table holds at our first look is not ours: a fresh one is
+    // zero, an adopted one carries a dead process's addresses.
+    std::memset(p, 0, sizeof(Table));
+    t->magic = kMagic;
+    t->version = kVersion;
+    if (adopted) kyLogDebug(kCategory) << "took over the dispatch table of a dead process:" << name;
+    // Named after this process: it goes when the process ends.
+    ensureProcessExitHook_();
+    st.fd = f;
+    st.pid = self;
+    st.mapped = t;
+    return t;
+}
+
+void LoopPollerDispatchRegistry::release_() {
+    DispatchTableState& st = dispatchTable();
+    std::lock_guard<std::mutex> lock(st.mutex);
+    if (st.mapped == nullptr || st.pid != ::getpid()) return;
+    // Unlinked but still mapped: a wake-up that runs after this point still
+    // finds the table, and nobody else ever looks for it again.
+    ::shm_unlink(dispatchTableName(st.pid).c_str());
 }
 
 static_assert(sizeof(LoopPollerDispatchRegistry::Table) == 520);
@@ -206,7 +292,7 @@ void LoopPoller::attach_() {
         if (events & KyIoDispatcher::Readable) {
             char buf[64];
             // Every queued wake-up collapses into this one pass.
-            while (recv(sock, buf, sizeof(buf), MSG_DONTWAIT) > 0) {
+            for (int i = 0; i < kMaxDatagramsPerWake && recv(sock, buf, sizeof(buf), MSG_DONTWAIT) > 0; ++i) {
             }
         }
         callTableEntries();
@@ -257,6 +343,9 @@ void LoopPoller::remove(uint64_t id) {
 }
 
 void LoopPoller::tick_() {
+    // A process that stood still past the staleness limit puts its rows back
+    // first, so no closure acts on tables that lost them.
+    healAfterStall_();
     std::vector<std::shared_ptr<Task>> snapshot;
     {
         std::lock_guard<std::mutex> lock(mutex_);

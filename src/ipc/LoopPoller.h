@@ -4,10 +4,13 @@
 // A writer, after changing a channel, sends a one-byte datagram to the
 // abstract socket "ky_ipc_notify_<pid>" of each listening process. The
 // datagram carries nothing: it makes the I/O dispatcher of the application
-// fire, the handler drains every queued datagram (so a burst costs one pass)
-// and calls each dispatch entry of this process's table, which runs all
-// closures on the event loop; each closure decides by comparing sequence
-// numbers. A lost datagram is harmless as long as another arrives.
+// fire, the handler drains the queued datagrams (so a burst costs one pass)
+// and runs all closures on the event loop; each closure decides by comparing
+// sequence numbers. A lost datagram is harmless as long as another arrives.
+// The per-process dispatch table in shared memory lists this image's
+// dispatch function, as peers expect, but is never trusted: a wake-up calls
+// only the functions this process registered itself, and an entry it did not
+// write (a dead process's, or anybody's) is ignored with one log line.
 //
 // Threads: add, remove and notifyPid may be called from any thread. Closures
 // run on the thread of the loop that owns the dispatcher, or on the caller of
@@ -28,7 +31,9 @@
 namespace ky::ipc::detail {
 
 /// Per-process table of dispatch functions, in the shared object
-/// "/ky_ipc_dispatch_tbl_v1_<pid>" (520 bytes).
+/// "/ky_ipc_dispatch_tbl_v1_<pid>" (520 bytes, mode 0600). A table that
+/// already exists when this process first maps it is a dead process's of the
+/// same pid and is reset.
 class LoopPollerDispatchRegistry {
 public:
     static constexpr uint32_t kMagic = 0x44535031;
@@ -43,6 +48,8 @@ public:
 
     /// The mapped table, or null when it cannot be made (tried again next time).
     static Table* table();
+    /// Removes this process's table object at exit (the mapping stays valid).
+    static void release_();
 };
 
 /// The process's set of subscription closures and its wake-up socket.

@@ -13,6 +13,8 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <utility>
+#include <vector>
 
 #include "core/runtime/KyCoreApplication.h"
 #include "core/runtime/KyEventLoop.h"
@@ -109,13 +111,60 @@ void* openOrCreateRegistry_(const KyString& name, size_t size, uint32_t magic, u
     return it->second;
 }
 
+namespace {
+
+// Every heartbeat of the process, so that a pass after a stall can run them
+// at once; and when one last ran. Leaked on purpose: heartbeats may tick
+// while statics are destroyed.
+struct Heartbeats {
+    std::mutex mtx;
+    std::vector<std::pair<std::weak_ptr<std::atomic<bool>>, std::function<void()>>> ticks;
+    std::atomic<uint64_t> lastBeatMs{0};
+};
+
+Heartbeats& heartbeats() {
+    static Heartbeats* beats = new Heartbeats;
+    return *beats;
+}
+
+}  // namespace
+
 std::shared_ptr<std::atomic<bool>> installRegistryHeartbeat_(std::function<void()> tick) {
     // Checked here rather than left to the loop, which would log each time a
     // thread without a loop registers: registries stay silent.
     if (!KyCoreApplication::instance(false)) return nullptr;
-    auto flag = KyEventLoop::installSlowRuntime(kRegistryHeartbeatMs, std::move(tick));
+    auto beat = [tick = std::move(tick)] {
+        heartbeats().lastBeatMs.store(nowMs(), std::memory_order_relaxed);
+        tick();
+    };
+    auto flag = KyEventLoop::installSlowRuntime(kRegistryHeartbeatMs, beat);
     if (!flag || !flag->load()) return nullptr;
+    Heartbeats& beats = heartbeats();
+    std::lock_guard<std::mutex> lock(beats.mtx);
+    beats.ticks.emplace_back(flag, std::move(beat));
+    uint64_t expected = 0;
+    beats.lastBeatMs.compare_exchange_strong(expected, nowMs());
     return flag;
+}
+
+void healAfterStall_() {
+    Heartbeats& beats = heartbeats();
+    const uint64_t last = beats.lastBeatMs.load(std::memory_order_relaxed);
+    const uint64_t now = nowMs();
+    if (last == 0 || now < last || now - last <= kRegistryStaleMs) return;
+    // Once: the beats below renew the stamp.
+    uint64_t expected = last;
+    if (!beats.lastBeatMs.compare_exchange_strong(expected, now)) return;
+    std::vector<std::function<void()>> due;
+    {
+        std::lock_guard<std::mutex> lock(beats.mtx);
+        std::erase_if(beats.ticks, [](const auto& t) {
+            const auto flag = t.first.lock();
+            return !flag || !flag->load();
+        });
+        for (const auto& t : beats.ticks) due.push_back(t.second);
+    }
+    for (const auto& tick : due) tick();
 }
 
 bool registryRowStale_(uint64_t stamp, uint32_t pid, bool clockTagRight, uint64_t now) {

@@ -157,6 +157,12 @@ void* openOrCreateRegistry_(const KyString& name, size_t size, uint32_t magic, u
 /// Runs tick every kRegistryHeartbeatMs on the calling thread's loop; null,
 /// without a message, when the thread has no loop.
 std::shared_ptr<std::atomic<bool>> installRegistryHeartbeat_(std::function<void()> tick);
+
+/// Called before each pass over this process's channels: when no heartbeat
+/// has run for longer than the staleness limit, the process stood still and
+/// others may have cleaned its rows away, so every heartbeat runs now (and
+/// puts them back) before any closure looks at the tables.
+void healAfterStall_();
 /// Installs tick as the domain's heartbeat unless heartbeats already holds
 /// one; without a loop on this thread nothing is recorded, so a later caller
 /// that has one installs it.
@@ -185,6 +191,14 @@ private:
     RegistryHeader* header_;
 };
 
+/// A table's row count as a bound: read once and cut to the capacity. The
+/// count is a number in shared memory that a writer outside the lock may set
+/// to anything at any moment, so loops never re-read it.
+inline uint32_t boundedCount_(const RegistryHeader& h, uint32_t capacity) {
+    const uint32_t count = __atomic_load_n(&h.count, __ATOMIC_RELAXED);
+    return count < capacity ? count : capacity;
+}
+
 /// Swap-with-last: copies the last row over row i and shortens the table.
 template <typename Row>
 void removeRowSwapLast_(Row* rows, uint32_t& count, uint32_t i) {
@@ -194,20 +208,23 @@ void removeRowSwapLast_(Row* rows, uint32_t& count, uint32_t i) {
 }
 
 /// Removes every row for which stale(row, tagRight) holds, by swap-with-last;
-/// the row moved into a freed slot is tested in its turn. A count above the
-/// capacity (a foreign writer's damage) is clamped first.
+/// the row moved into a freed slot is tested in its turn. Works on a bounded
+/// copy of the count (a foreign writer's count past the rows is clamped) and
+/// returns the count it stored back.
 template <typename Row, typename Stale>
-void removeStaleRows_(RegistryHeader& h, Row* rows, uint32_t capacity, Stale stale) {
-    if (h.count > capacity) h.count = capacity;
+uint32_t removeStaleRows_(RegistryHeader& h, Row* rows, uint32_t capacity, Stale stale) {
+    uint32_t count = boundedCount_(h, capacity);
     const bool tagRight = h.clockTag == kRegistryClockTag;
     uint32_t i = 0;
-    while (i < h.count) {
+    while (i < count) {
         if (stale(rows[i], tagRight)) {
-            removeRowSwapLast_(rows, h.count, i);
+            removeRowSwapLast_(rows, count, i);
         } else {
             ++i;
         }
     }
+    h.count = count;
+    return count;
 }
 
 }  // namespace detail

@@ -40,10 +40,9 @@ public:
         : registry_(registry),
           name_(name),
           shmName_(detail::make_shm_name(registry.domain, registry.object, name)),
-          mapping_(Mapping::openOrCreate(shmName_, detail::type_id<Args...>())) {
-        detail::registerChannel_(registry.domain, registry.object, name, shmName_, detail::type_id<Args...>(),
-                                 detail::type_name<Args...>());
-    }
+          mapping_(Mapping::openOrCreate(shmName_, detail::type_id<Args...>())),
+          registration_(detail::registerChannel_(registry.domain, registry.object, name, shmName_,
+                                                 detail::type_id<Args...>(), detail::type_name<Args...>())) {}
 
     /// Appends one message and wakes the consumer; false when the queue is
     /// full or the tuple exceeds 4096 bytes. Nothing is overwritten.
@@ -51,7 +50,7 @@ public:
         uint8_t buffer[kPayloadCapacity];
         Encoder e{buffer, sizeof(buffer), 0};
         if (!detail::encodeArgs(e, args...)) return false;
-        if (!detail::pushQueue_(mapping_->layout(), N, buffer, e.pos)) return false;
+        if (!detail::pushQueue_(mapping_->layout(), N, buffer, e.pos, shmName_)) return false;
         detail::notifySubscribers_(registry_.domain, registry_.object, name_);
         return true;
     }
@@ -80,6 +79,7 @@ private:
     KyString name_;
     KyString shmName_;
     std::shared_ptr<Mapping> mapping_;
+    std::shared_ptr<void> registration_;
 };
 
 }  // namespace ky::ipc

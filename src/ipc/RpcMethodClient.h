@@ -42,6 +42,7 @@
 
 #include "core/types/KyString.h"
 #include "ipc/DynamicRingQueue.h"
+#include "ipc/ProcessObjects.h"
 #include "ipc/RingQueue.h"
 #include "ipc/TypeId.h"
 
@@ -241,6 +242,8 @@ private:
         auto reply =
             std::make_shared<ReplyQueue>(registry_, detail::rpcResponseQueueNameFor_(capacity, method_, pid_), slots);
         core_->joinReplyQueue_(reply->shmName());
+        // Named after this process: no one else will ever use it.
+        detail::noteOwnedObject_(reply->shmName());
         pushFn_ = [request](uint64_t id, uint32_t pid, const KyString& info, const Params&... params) {
             return request->push(id, pid, info, params...);
         };

@@ -7,7 +7,8 @@
 // and handed to the object's thread: posted there when that is another live
 // thread, run at once otherwise. The method's value goes back through the
 // client's reply queue "__rpc_ret__|<capacity>|<method>|<pid>", opened on
-// the first reply to that client and kept for later ones. A method answers
+// the first reply to that client and kept while that client lives (a reply
+// to a client that is gone is dropped). A method answers
 // with its value (ok), with an RpcReply<R> (ok or not, with an error text),
 // or by throwing, which replies ok false with the exception's text. A reply
 // that does not fit is lost and the client times out; a request that fails
@@ -92,15 +93,36 @@ public:
     /// Runs task on the object's thread: posted when that is another live
     /// thread, run at once otherwise (no thread, a finished one, or this one).
     void runOnObjectThread_(std::function<void()> task);
-    /// The reply queue kept under key, made by make on a miss; null (logged)
-    /// when making it threw. make runs under the cache's mutex.
-    std::shared_ptr<void> replyQueue_(const KyString& key, const std::function<std::shared_ptr<void>()>& make);
+    /// The reply queue of client `pid` kept under key, made by make on a
+    /// miss. Null when the client is gone (nobody would read the reply, and no
+    /// object is made in the name of a dead process) or when making it threw
+    /// (logged). A kept queue is looked at again once a second: its client
+    /// gone, it is dropped with its mapping; its name unlinked under it (the
+    /// client ended and another process of that pid made its own), it is made
+    /// anew. Clients found gone meanwhile are dropped as well. make and
+    /// stillNamed run under the cache's mutex.
+    std::shared_ptr<void> replyQueue_(const KyString& key, uint32_t pid,
+                                      const std::function<std::shared_ptr<void>()>& make,
+                                      const std::function<bool(const void*)>& stillNamed);
+    /// Drops the kept queues of clients that are gone (also run from the
+    /// endpoint's timer, so a server that answers nobody any more lets go of
+    /// the last clients' rings too).
+    void dropGoneClients_();
 
 private:
+    struct CachedReply {
+        std::shared_ptr<void> queue;
+        uint32_t pid = 0;
+        uint64_t checkedMs = 0;
+    };
+    // Drops the queues of every client that is gone; caller holds mutex_.
+    void dropGoneClients_locked_(uint64_t now);
+
     std::shared_ptr<std::atomic<bool>> alive_;
     std::function<ky::atomic::Thread*()> threadOf_;
     std::mutex mutex_;
-    std::map<KyString, std::shared_ptr<void>> replies_;
+    std::map<KyString, CachedReply> replies_;
+    uint64_t prunedMs_ = 0;
 };
 
 /// Logs a reply that could not be queued (full ring).
@@ -125,8 +147,9 @@ void rpcRespondValueCap_(size_t slots, RpcServerShared& shared, const std::share
     const KyString name = rpcResponseQueueNameFor_(site->capacity, site->method, pid);
     const KyString key = site->registry.domain + KyString("|") + site->registry.object + KyString("|") + name +
                          KyString("#") + hex64(type_id<uint64_t, bool, KyString, R>());
-    std::shared_ptr<void> erased =
-        shared.replyQueue_(key, [&]() -> std::shared_ptr<void> { return std::make_shared<Entry>(site, name, slots); });
+    std::shared_ptr<void> erased = shared.replyQueue_(
+        key, pid, [&]() -> std::shared_ptr<void> { return std::make_shared<Entry>(site, name, slots); },
+        [](const void* entry) { return static_cast<const Entry*>(entry)->queue.stillNamed(); });
     if (!erased) return;
     if (!static_cast<Entry*>(erased.get())->queue.push(id, ok, error, value)) rpcReplyLost_(*site, pid, id);
 }
@@ -217,6 +240,8 @@ private:
     mutable std::mutex mutex_;
     uint64_t nextHolderId_ = 1;
     std::map<uint64_t, std::unique_ptr<IIpcSubscription>> holders_;
+    // The timer that lets go of gone clients' reply queues; null without a loop.
+    std::shared_ptr<std::atomic<bool>> pruning_;
 };
 
 }  // namespace ky::ipc

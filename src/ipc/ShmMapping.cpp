@@ -63,7 +63,8 @@ bool waitForFullSize(int fd, size_t size) {
 
 }  // namespace
 
-void* openChannelObject_(const KyString& name, const ChannelObjectSpec& spec, uint64_t typeId) {
+void* openChannelObject_(const KyString& name, const ChannelObjectSpec& spec, uint64_t typeId,
+                         ChannelObjectIdentity* identity) {
     const char* cname = name.toStdString().c_str();
     bool creator = true;
     int fd = openRetrying(cname, O_CREAT | O_EXCL | O_RDWR);
@@ -93,6 +94,10 @@ void* openChannelObject_(const KyString& name, const ChannelObjectSpec& spec, ui
         throw std::runtime_error("shm_open failed");
     }
 
+    if (identity != nullptr) {
+        struct stat st{};
+        if (fstat(fd, &st) == 0) *identity = {static_cast<uint64_t>(st.st_dev), static_cast<uint64_t>(st.st_ino)};
+    }
     void* mapped = mmap(nullptr, spec.size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     close(fd);
     if (mapped == MAP_FAILED) throw std::runtime_error("mmap failed");
@@ -122,6 +127,16 @@ void* openChannelObject_(const KyString& name, const ChannelObjectSpec& spec, ui
         throw std::runtime_error("SHM type mismatch (subscriber/publisher types differ)");
     }
     return base;
+}
+
+bool channelObjectStillNamed_(const KyString& name, const ChannelObjectIdentity& identity) {
+    const int fd = openRetrying(name.toStdString().c_str(), O_RDONLY);
+    if (fd < 0) return false;
+    struct stat st{};
+    const bool same = fstat(fd, &st) == 0 && static_cast<uint64_t>(st.st_dev) == identity.device &&
+                      static_cast<uint64_t>(st.st_ino) == identity.inode;
+    close(fd);
+    return same;
 }
 
 void unmapChannelObject_(void* base, size_t size) {

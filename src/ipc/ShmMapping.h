@@ -7,9 +7,11 @@
 // (not robust), and the counters. The layouts are a wire contract: every
 // offset below is checked at compile time. A handle is made only by
 // openOrCreate and shared by every channel object of the process; the last
-// owner unmaps. Nothing ever unlinks a live object: it outlives its users and
-// is reused by name. openOrCreate may be called from any thread; access to
-// the counters and payloads happens under the object's mutex.
+// owner unmaps. A shared channel is never unlinked: it outlives its users and
+// is reused by name (the objects named after one process, its reply queues,
+// go with that process: see ProcessObjects.h). openOrCreate may be called
+// from any thread; access to the counters and payloads happens under the
+// object's mutex.
 #pragma once
 
 #include <pthread.h>
@@ -96,11 +98,21 @@ struct ChannelObjectSpec {
     uint64_t initialSeq;
 };
 
+/// Which object a name led to when it was opened (device and inode): a name
+/// may be unlinked and made anew while a mapping of the old object lives on.
+struct ChannelObjectIdentity {
+    uint64_t device = 0;
+    uint64_t inode = 0;
+};
+
 /// Creates or opens a channel object by the fixed rules (create exclusively
 /// and initialise; or open, adopt an all-zero object, check magic, version
 /// and type id). Returns the mapped base; throws std::runtime_error with the
-/// documented texts.
-void* openChannelObject_(const KyString& name, const ChannelObjectSpec& spec, uint64_t typeId);
+/// documented texts. identity, when given, receives the object's identity.
+void* openChannelObject_(const KyString& name, const ChannelObjectSpec& spec, uint64_t typeId,
+                         ChannelObjectIdentity* identity = nullptr);
+/// True while `name` still leads to the object of `identity`.
+bool channelObjectStillNamed_(const KyString& name, const ChannelObjectIdentity& identity);
 void unmapChannelObject_(void* base, size_t size);
 
 }  // namespace detail

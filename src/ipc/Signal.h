@@ -38,10 +38,9 @@ public:
         : registry_(registry),
           name_(name),
           shmName_(detail::make_shm_name(registry.domain, registry.object, name)),
-          mapping_(ShmMapping<kPayloadCapacity>::openOrCreate(shmName_, detail::type_id<Args...>())) {
-        detail::registerChannel_(registry.domain, registry.object, name, shmName_, detail::type_id<Args...>(),
-                                 detail::type_name<Args...>());
-    }
+          mapping_(ShmMapping<kPayloadCapacity>::openOrCreate(shmName_, detail::type_id<Args...>())),
+          registration_(detail::registerChannel_(registry.domain, registry.object, name, shmName_,
+                                                 detail::type_id<Args...>(), detail::type_name<Args...>())) {}
 
     /// Stores the values as the latest and wakes the subscribers; a tuple
     /// over 4096 bytes is dropped (false) and no one is told.
@@ -87,6 +86,7 @@ private:
     KyString name_;
     KyString shmName_;
     std::shared_ptr<ShmMapping<kPayloadCapacity>> mapping_;
+    std::shared_ptr<void> registration_;
 };
 
 }  // namespace ky::ipc

@@ -5,7 +5,11 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <set>
+#include <utility>
+#include <vector>
 
+#include "ipc/ChannelCore.h"
 #include "ipc/IpcNames.h"
 
 namespace ky::ipc {
@@ -57,8 +61,8 @@ typename SubscribersRegistryTable<Rows>::Mapping SubscribersRegistryTable<Rows>:
 }
 
 template <size_t Rows>
-void SubscribersRegistryTable<Rows>::cleanupStale_locked_(Layout* layout, uint64_t now) {
-    detail::removeStaleRows_(layout->header, layout->rows, Rows, [now](const SubscriberEntry& row, bool tagRight) {
+uint32_t SubscribersRegistryTable<Rows>::cleanupStale_locked_(Layout* layout, uint64_t now) {
+    return detail::removeStaleRows_(layout->header, layout->rows, Rows, [now](const SubscriberEntry& row, bool tagRight) {
         // A row without registrations is as dead as one without a process.
         return row.refCount == 0 || detail::registryRowStale_(row.lastSeenMs, row.pid, tagRight, now);
     });
@@ -74,16 +78,70 @@ template <size_t Rows>
 void SubscribersRegistryTable<Rows>::heartbeatTick_(const KyString& domain) {
     Mapping m = openOrCreate_(domain);
     if (!m) return;
-    // Never wait on another process from the loop's fiber.
-    RegistryLock lock(&m.layout->header, RegistryLock::Try);
-    if (!lock.locked()) return;
-    const uint64_t now = detail::nowMs();
-    if (m.layout->header.clockTag != detail::kRegistryClockTag) m.layout->header.clockTag = detail::kRegistryClockTag;
-    cleanupStale_locked_(m.layout, now);
     const uint32_t self = static_cast<uint32_t>(::getpid());
-    for (uint32_t i = 0; i < m.layout->header.count; ++i) {
-        if (m.layout->rows[i].pid == self) m.layout->rows[i].lastSeenMs = now;
+    std::vector<std::pair<uint64_t, RememberedSubscription>> mine;
+    {
+        ProcessHooks& hooks = ProcessHooks::instance();
+        std::lock_guard<std::mutex> lock(hooks.mtx_);
+        for (const auto& [hash, what] : hooks.subscribed_)
+            if (what.domain == domain) mine.emplace_back(hash, what);
     }
+    bool restored = false;
+    {
+        // Never wait on another process from the loop's fiber.
+        RegistryLock lock(&m.layout->header, RegistryLock::Try);
+        if (!lock.locked()) return;
+        const uint64_t now = detail::nowMs();
+        if (m.layout->header.clockTag != detail::kRegistryClockTag)
+            m.layout->header.clockTag = detail::kRegistryClockTag;
+        uint32_t count = cleanupStale_locked_(m.layout, now);
+        std::set<uint64_t> present;
+        for (uint32_t i = 0; i < count; ++i) {
+            present.insert(m.layout->rows[i].hash);
+            if (m.layout->rows[i].pid == self) m.layout->rows[i].lastSeenMs = now;
+        }
+        for (const auto& [hash, what] : mine) {
+            if (present.count(hash) != 0 || count >= Rows) continue;
+            fillNewRow_(m.layout->rows[count], hash, what, self, what.registrations, now);
+            m.layout->header.count = ++count;
+            restored = true;
+        }
+    }
+    if (!restored) return;
+    // Publishers stopped waking this process while its rows were gone: one
+    // pass reads every channel again, and delivers what changed meanwhile.
+    detail::notifyRegistryChangedBestEffort_(domain);
+    detail::schedulePollerPass_();
+}
+
+template <size_t Rows>
+void SubscribersRegistryTable<Rows>::packSignal_(SubscriberEntry& row, const KyString& signal,
+                                                 const KyString& subObject) {
+    // The subscriber object rides behind the signal's terminator, where the
+    // bounded comparisons of the signal field never look.
+    constexpr size_t cap = sizeof(row.signal);
+    detail::copyTrunc(row.signal, cap, signal);
+    const void* zero = std::memchr(row.signal, 0, cap);
+    if (!zero) {
+        row.signal[cap - 1] = 0;
+        return;
+    }
+    const size_t t = static_cast<size_t>(static_cast<const char*>(zero) - row.signal);
+    if (t < cap - 1) detail::copyTrunc(row.signal + t + 1, cap - t - 1, subObject);
+}
+
+template <size_t Rows>
+void SubscribersRegistryTable<Rows>::fillNewRow_(SubscriberEntry& row, uint64_t hash,
+                                                 const RememberedSubscription& what, uint32_t pid, uint32_t refCount,
+                                                 uint64_t now) {
+    std::memset(&row, 0, sizeof(row));
+    row.hash = hash;
+    row.lastSeenMs = now;
+    row.pid = pid;
+    row.refCount = refCount;
+    detail::copyTrunc(row.domain, sizeof(row.domain), what.domain);
+    detail::copyTrunc(row.object, sizeof(row.object), what.object);
+    packSignal_(row, what.signal, what.subObject);
 }
 
 template <size_t Rows>
@@ -91,17 +149,24 @@ void SubscribersRegistryTable<Rows>::registerSubscription(const KyString& domain
                                                           const KyString& signal, uint32_t pid,
                                                           const KyString& subObject) {
     ensureHeartbeat(domain);
+    const uint64_t hash = subscriptionHash_(domain, object, signal, pid, subObject);
+    if (pid == static_cast<uint32_t>(::getpid())) {
+        ProcessHooks& hooks = ProcessHooks::instance();
+        std::lock_guard<std::mutex> lock(hooks.mtx_);
+        RememberedSubscription& r = hooks.subscribed_[hash];
+        r = RememberedSubscription{domain, object, signal, subObject,
+                                   r.registrations == 0xFFFFFFFFu ? r.registrations : r.registrations + 1};
+    }
     Mapping m = openOrCreate_(domain);
     if (!m) return;
     RegistryLock lock(&m.layout->header, RegistryLock::Block);
     if (!lock.locked()) return;
     RegistryHeader& h = m.layout->header;
-    const uint64_t hash = subscriptionHash_(domain, object, signal, pid, subObject);
     const uint64_t now = detail::nowMs();
-    cleanupStale_locked_(m.layout, now);
+    const uint32_t count = cleanupStale_locked_(m.layout, now);
 
     SubscriberEntry* row = nullptr;
-    for (uint32_t i = 0; i < h.count; ++i) {
+    for (uint32_t i = 0; i < count; ++i) {
         if (m.layout->rows[i].hash == hash) {
             row = &m.layout->rows[i];
             break;
@@ -113,50 +178,40 @@ void SubscribersRegistryTable<Rows>::registerSubscription(const KyString& domain
         if (row->refCount != 0xFFFFFFFFu) ++row->refCount;
         detail::copyTrunc(row->domain, sizeof(row->domain), domain);
         detail::copyTrunc(row->object, sizeof(row->object), object);
+        packSignal_(*row, signal, subObject);
     } else {
-        if (h.count >= Rows) return;  // a full table is silent
-        row = &m.layout->rows[h.count];
-        std::memset(row, 0, sizeof(*row));
-        row->hash = hash;
-        row->lastSeenMs = now;
-        row->pid = pid;
-        row->refCount = 1;
-        detail::copyTrunc(row->domain, sizeof(row->domain), domain);
-        detail::copyTrunc(row->object, sizeof(row->object), object);
-        ++h.count;
+        if (count >= Rows) return;  // a full table is silent
+        fillNewRow_(m.layout->rows[count], hash, RememberedSubscription{domain, object, signal, subObject, 1}, pid, 1,
+                    now);
+        h.count = count + 1;
     }
-
-    // The subscriber object rides behind the signal's terminator, where the
-    // bounded comparisons of the signal field never look.
-    constexpr size_t cap = sizeof(row->signal);
-    detail::copyTrunc(row->signal, cap, signal);
-    const void* zero = std::memchr(row->signal, 0, cap);
-    if (!zero) {
-        row->signal[cap - 1] = 0;
-        return;
-    }
-    const size_t t = static_cast<size_t>(static_cast<const char*>(zero) - row->signal);
-    if (t < cap - 1) detail::copyTrunc(row->signal + t + 1, cap - t - 1, subObject);
 }
 
 template <size_t Rows>
 void SubscribersRegistryTable<Rows>::unregisterSubscription(const KyString& domain, const KyString& object,
                                                             const KyString& signal, uint32_t pid,
                                                             const KyString& subObject) {
+    const uint64_t hash = subscriptionHash_(domain, object, signal, pid, subObject);
+    if (pid == static_cast<uint32_t>(::getpid())) {
+        ProcessHooks& hooks = ProcessHooks::instance();
+        std::lock_guard<std::mutex> lock(hooks.mtx_);
+        auto it = hooks.subscribed_.find(hash);
+        if (it != hooks.subscribed_.end() && --it->second.registrations == 0) hooks.subscribed_.erase(it);
+    }
     Mapping m = openOrCreate_(domain);
     if (!m) return;
     RegistryLock lock(&m.layout->header, RegistryLock::Block);
     if (!lock.locked()) return;
     RegistryHeader& h = m.layout->header;
-    cleanupStale_locked_(m.layout, detail::nowMs());
-    const uint64_t hash = subscriptionHash_(domain, object, signal, pid, subObject);
-    for (uint32_t i = 0; i < h.count; ++i) {
+    uint32_t count = cleanupStale_locked_(m.layout, detail::nowMs());
+    for (uint32_t i = 0; i < count; ++i) {
         SubscriberEntry& row = m.layout->rows[i];
         if (row.hash != hash) continue;
         if (row.refCount > 1) {
             --row.refCount;
         } else {
-            detail::removeRowSwapLast_(m.layout->rows, h.count, i);
+            detail::removeRowSwapLast_(m.layout->rows, count, i);
+            h.count = count;
         }
         return;
     }
@@ -170,8 +225,7 @@ void SubscribersRegistryTable<Rows>::listSubscriberPids(const KyString& domain, 
     if (!m) return;
     RegistryLock lock(&m.layout->header, RegistryLock::Block);
     if (!lock.locked()) return;
-    cleanupStale_locked_(m.layout, detail::nowMs());
-    const uint32_t count = m.layout->header.count < Rows ? m.layout->header.count : static_cast<uint32_t>(Rows);
+    const uint32_t count = cleanupStale_locked_(m.layout, detail::nowMs());
     for (uint32_t i = 0; i < count; ++i) {
         const SubscriberEntry& row = m.layout->rows[i];
         if (row.pid == 0) continue;

@@ -5,7 +5,11 @@
 // second registration of the same triple raises refCount, an unregistration
 // lowers it and removes the row at the last one. Each process renews its own
 // rows from a heartbeat and prunes dead ones whenever it passes by (every
-// publish lists the table). All calls may be made from any thread; they never
+// publish lists the table). A process remembers its live subscriptions: when
+// its heartbeat finds rows of its own cleaned away (it stood still past the
+// staleness limit, and publishers stopped waking it), it registers them
+// again, announces the change and runs one pass of its channels, so that
+// every signal it follows is read again and what it missed is delivered. All calls may be made from any thread; they never
 // throw, never log and never report failure. Only the size 512 is
 // instantiated.
 #pragma once
@@ -35,10 +39,22 @@ public:
         explicit operator bool() const { return layout != nullptr; }
     };
 
-    /// Per-process state: one heartbeat flag per domain.
+    /// A subscription of this process and how many registrations it holds.
+    struct RememberedSubscription {
+        KyString domain;
+        KyString object;
+        KyString signal;
+        KyString subObject;
+        uint32_t registrations = 0;
+    };
+
+    /// Per-process state: one heartbeat flag per domain, and the live
+    /// subscriptions of this process (by row hash), so a heartbeat can put
+    /// back rows that others' cleaning removed while this process stood still.
     struct ProcessHooks {
         std::mutex mtx_;
         std::map<KyString, std::shared_ptr<std::atomic<bool>>> heartbeats_;
+        std::map<uint64_t, RememberedSubscription> subscribed_;
         static ProcessHooks& instance();
     };
 
@@ -71,8 +87,13 @@ public:
 private:
     static Mapping openOrCreate_(const KyString& domain);
     static void heartbeatTick_(const KyString& domain);
-    // Removes stale rows; the caller holds the table's mutex.
-    static void cleanupStale_locked_(Layout* layout, uint64_t now);
+    // Fills a new row as a first registration does; caller holds the mutex.
+    static void fillNewRow_(SubscriberEntry& row, uint64_t hash, const RememberedSubscription& what, uint32_t pid,
+                            uint32_t refCount, uint64_t now);
+    // Writes the signal name and, behind its terminator, the subscriber object.
+    static void packSignal_(SubscriberEntry& row, const KyString& signal, const KyString& subObject);
+    // Removes stale rows and returns the bounded row count; the caller holds the table's mutex.
+    static uint32_t cleanupStale_locked_(Layout* layout, uint64_t now);
 };
 
 extern template class SubscribersRegistryTable<512>;

@@ -7,63 +7,13 @@
 
 #include <gtest/gtest.h>
 
-#include "../support/KyTestIpc.h"
-#include "../support/KyTestProcess.h"
-#include "console/VelmoVpnAgentProxy.h"
-#include "core/runtime/KyCoreApplication.h"
+#include "../support/KyTestConsoleLink.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 
-class ConsoleWithAgent : public ::testing::Test {
-protected:
-    std::vector<std::string> env() const {
-        const std::string home = home_.path().toStdString();
-        return {"VELMO_IPC_DOMAIN=" + domain_.name().toStdString(), "HOME=" + home,
-                "XDG_CONFIG_HOME=" + home + "/config", "XDG_STATE_HOME=" + home + "/state",
-                "KY_CONFIG_ROOT=" + home + "/systemConfig"};
-    }
-    bool startConsole(kytest::Child& console) {
-        if (!console.start(kytest::helperPath("../../src/console/VelmoVpnConsole"), {}, env(),
-                           {"KY_LOGGING_RULES", "KY_DEBUG_RULES", "VELMO_CONSOLE_FAIL_AT_START"}))
-            return false;
-        domain_.trackPid(static_cast<uint32_t>(console.pid()));
-        return console.waitForError("Searching for VelmoVpnAgent backend...", 30s);
-    }
-    bool startAgent(kytest::Child& agent) {
-        if (!agent.start(kytest::helperPath("../../tools/velmo-demo-agent"),
-                         {"--domain", domain_.name().toStdString(), "--state-dir", home_.path().toStdString() + "/agent",
-                          "--seed", "7", "--catalog-size", "12"},
-                         env()))
-            return false;
-        domain_.trackPid(static_cast<uint32_t>(agent.pid()));
-        return agent.waitForText("velmo-demo-agent ready", 30s);
-    }
-    // Counts how often text appears in the console's stderr, waiting for at least n.
-    static bool waitForCount(kytest::Child& console, const std::string& text, size_t n) {
-        const auto end = std::chrono::steady_clock::now() + 30s;
-        while (count(console.err(), text) < n) {
-            if (std::chrono::steady_clock::now() > end) return false;
-            console.waitForError(text + "\x01", 200ms);  // pumps stderr for a while
-        }
-        return true;
-    }
-    static size_t count(const std::string& hay, const std::string& needle) {
-        size_t n = 0;
-        for (size_t p = hay.find(needle); p != std::string::npos; p = hay.find(needle, p + 1)) ++n;
-        return n;
-    }
-    VelmoVpnAgentProxy& user() {
-        if (!proxy_) proxy_ = std::make_unique<VelmoVpnAgentProxy>(domain_.name(), "velnet/VelmoVpnAgent", "test");
-        return *proxy_;
-    }
-
-    kytest::IpcDomain domain_{"link"};
-    kytest::TempDir home_;
-    KyCoreApplication app_;
-    std::unique_ptr<VelmoVpnAgentProxy> proxy_;
-};
+using ConsoleWithAgent = kytest::ConsoleLinkFixture;
 
 TEST_F(ConsoleWithAgent, FindsTheAgentFollowsItsSessionAndLosesAndRegainsIt) {
     kytest::Child console;

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -42,7 +43,8 @@ inline KyString helperPath(const char* name) {
     return KyString(dir ? dir : "tests/helpers") + "/" + name;
 }
 
-/// A child process with stdout and stderr on pipes. Killed and reaped if still running at destruction.
+/// A child process with stdout and stderr on pipes. Killed and reaped if still running at destruction,
+/// and killed by the kernel if the test process dies first.
 class Child {
 public:
     using Clock = std::chrono::steady_clock;
@@ -55,9 +57,15 @@ public:
         if (::pipe2(out, O_CLOEXEC) != 0) return false;
         if (::pipe2(err, O_CLOEXEC) != 0) return false;
         if (::pipe2(in, O_CLOEXEC) != 0) return false;
+        const pid_t parent = ::getpid();
         pid_ = ::fork();
         if (pid_ < 0) return false;
         if (pid_ == 0) {
+            // A child never outlives its test: if the test process dies (a
+            // crash, a kill, a failed assertion that skips the clean-up), the
+            // kernel kills the child too. The parent may have died already.
+            ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+            if (::getppid() != parent) ::_exit(127);
             ::dup2(in[0], 0);
             ::dup2(out[1], 1);
             ::dup2(err[1], 2);

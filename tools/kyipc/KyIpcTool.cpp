@@ -572,6 +572,8 @@ int KyIpcTool::call_(const Options& options) {
         return openFailure_(KyString(ex.what()), domain, object, requestName, requestSignature, 3);
     }
     try {
+        // The reply queue carries this process's pid: it goes when the tool ends.
+        detail::noteOwnedObject_(detail::make_shm_name(domain, object, replyName));
         replyQueue = std::make_unique<ChannelObject>(
             detail::openChannelObject_(detail::make_shm_name(domain, object, replyName), queueSpec(slots),
                                        replySignature.typeId()),
@@ -606,7 +608,7 @@ int KyIpcTool::call_(const Options& options) {
     };
     detail::SubscriptionHandle subscription = detail::subscribe_(
         domain, object, replyName, detail::queueSubscriberName_(1), std::move(closure), 0);
-    if (!detail::pushQueue_(requestQueue->base(), slots, buffer, e.pos)) {
+    if (!detail::pushQueue_(requestQueue->base(), slots, buffer, e.pos, requestShm)) {
         return failure_(detail::kRpcQueueFullText);
     }
     detail::notifySubscribers_(domain, object, requestName);
