@@ -108,6 +108,8 @@ void drawButton(const KyRect& rect, KyPainter* p, const KyWidget* w, std::uint32
         look.fill = kCheckedFill, look.border = KyStyle::kAccent;
     } else if (has(state, KyStyle::StateHover)) {
         look.fill = w->paletteColor(1), look.border = KyStyle::kAccent;
+    } else if (has(state, KyStyle::StateFocus)) {
+        look.border = KyStyle::kAccent;
     }
     look = resolveLook(w, state, look);
     KyStyle::paintBox(p, rect, look.fill, look.paintFill, look.border, look.borderWidth, look.radii);
@@ -229,9 +231,10 @@ void drawIndicator(const KyRect& rect, KyPainter* p, const KyWidget* w, std::uin
             p->fillRect({box.x + side / 4, box.y + side / 2 - 1, side - side / 2, 2}, mark, mark, 0);
         }
     }
-    if (has(state, KyStyle::StateFocus) && !disabled)
-        KyStyle::strokeRoundedRect(p, {box.x - 2, box.y - 2, side + 3, side + 3}, uniform(radio ? side / 2 + 2 : 4),
-                                   accent, 1);
+    if (has(state, KyStyle::StateFocus) && !disabled) {
+        if (radio) p->drawEllipse(inset(box, -2), accent, 1);
+        else KyStyle::strokeRoundedRect(p, {box.x - 2, box.y - 2, side + 3, side + 3}, uniform(4), accent, 1);
+    }
     const KyRect textRect{box.x + side + kGap, rect.y, std::max(0, rect.x + rect.width - box.x - side - kGap), rect.height};
     p->drawText(textRect, textProp(w, "Text"), DrawTextFormat::AlignVCenter, look.text, look.font);
 }
