@@ -108,7 +108,7 @@ void KyBoxLayout::applyBoxLayout_(const KyRect& rect) {
     struct Track {
         int minimum = 0, preferred = 0, size = 0;
     };
-    std::vector<Track> t(size_t(n));
+    std::vector<Track> t(static_cast<size_t>(n));
     long long totalMinimum = 0, totalPreferred = 0, totalStretch = 0;
     for (int i = 0; i < n; ++i) {
         const Entry_& e = entries_[size_t(i)];

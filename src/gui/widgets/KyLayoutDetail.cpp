@@ -52,8 +52,8 @@ int defaultWidgetSizePolicy_(const KyWidgetInterface* widget, int axis) {
 
 int widgetSizePolicy_(const KyWidgetInterface* widget, int axis) {
     if (!widget) return KySizePolicy::Preferred;
-    const KyAny value = widget->property(axis == HorizontalAxis ? "HorizontalPolicy" : "VerticalPolicy");
-    const KyString name = value.isValid() ? value.toString() : KyString();
+    const char* key = axis == HorizontalAxis ? "HorizontalPolicy" : "VerticalPolicy";
+    const KyString name = widget->propertyExist(key) ? widget->property(key).toString() : KyString();
     if (name.isEmpty()) return defaultWidgetSizePolicy_(widget, axis);
     return spacerPolicyFromString_(name);
 }

@@ -25,10 +25,14 @@ private:
 struct Item {
     KySize hint;
     KySize minimum;
-    int stretch = 0;
-    const char* policy = nullptr;  // main-axis policy name, or the class default
-    bool spacer = false;
+    int stretch;
+    const char* policy;  // main-axis policy name, or null for the class default
+    bool spacer;
 };
+Item widget(KySize hint, const char* policy = nullptr, int stretch = 0, KySize minimum = {}) {
+    return {hint, minimum, stretch, policy, false};
+}
+Item expandingSpacer() { return {{0, 0}, {}, 0, nullptr, true}; }
 
 struct BoxCase {
     const char* name;
@@ -74,19 +78,20 @@ INSTANTIATE_TEST_SUITE_P(
     Layouts, BoxLayoutCase,
     ::testing::Values(
         BoxCase{"StretchAddsToPreferredAndTheLastTakesTheRest", false, 40,
-                {{{10, 10}, {}, 1}, {{10, 10}, {}, 1}, {{10, 10}, {}, 1}}, {13, 13, 14}},
+                {widget({10, 10}, nullptr, 1), widget({10, 10}, nullptr, 1), widget({10, 10}, nullptr, 1)},
+                {13, 13, 14}},
         BoxCase{"ExpandingWidgetsShareEvenlyFirstTakeTheRemainder", false, 40,
-                {{{10, 10}, {}, 0, "Expanding"}, {{10, 10}, {}, 0, "Expanding"}, {{10, 10}, {}, 0, "Expanding"}},
+                {widget({10, 10}, "Expanding"), widget({10, 10}, "Expanding"), widget({10, 10}, "Expanding")},
                 {14, 13, 13}},
         BoxCase{"ExpandingSpacerTakesAllBeforeAnExpandingWidget", true, 100,
-                {{{10, 20}, {}, 0, "Expanding"}, {{0, 0}, {}, 0, nullptr, true}}, {20, 80}},
+                {widget({10, 20}, "Expanding"), expandingSpacer()}, {20, 80}},
         BoxCase{"PreferredWidgetsGrowWhenNobodyExpands", false, 41,
-                {{{10, 10}}, {{10, 10}, {}, 0, "Fixed"}, {{10, 10}}}, {16, 10, 15}},
-        BoxCase{"FixedVerticalPolicyKeepsItsHintedHeight", true, 200, {{{80, 24}, {}, 0, "Fixed"}}, {24}},
+                {widget({10, 10}), widget({10, 10}, "Fixed"), widget({10, 10})}, {16, 10, 15}},
+        BoxCase{"FixedVerticalPolicyKeepsItsHintedHeight", true, 200, {widget({80, 24}, "Fixed")}, {24}},
         BoxCase{"TooLittleRoomGivesEveryoneItsMinimum", false, 40,
-                {{{50, 10}, {30, 10}}, {{50, 10}, {30, 10}}}, {30, 30}},
+                {widget({50, 10}, nullptr, 0, {30, 10}), widget({50, 10}, nullptr, 0, {30, 10})}, {30, 30}},
         BoxCase{"ShrinkFollowsSlackAndRoundingFallsOnTheLast", false, 60,
-                {{{50, 10}, {10, 10}}, {{30, 10}, {10, 10}}}, {37, 23}}),
+                {widget({50, 10}, nullptr, 0, {10, 10}), widget({30, 10}, nullptr, 0, {10, 10})}, {37, 23}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(BoxLayout, HintsAndRefusals) {
