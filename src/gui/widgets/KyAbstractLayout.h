@@ -33,6 +33,8 @@ public:
     /// Applies the layout to the parent's client rectangle less the margins,
     /// when that changed since the last time or the layout is dirty.
     virtual void updateGeometry();
+    /// The parent widget lost this child (deleted or moved elsewhere): drop its item.
+    virtual void widgetRemoved_(KyWidget*) {}
 
     KyWidget* parentWidget() const { return parentWidget_; }
     int spacing() const { return spacing_; }

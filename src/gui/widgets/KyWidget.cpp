@@ -80,6 +80,8 @@ void KyWidget::removeChild(KyObject* child) {
     }
     KyObject::removeChild(child);
     invalidateChildList_();
+    // A layout must never place a widget that is gone or lives elsewhere now.
+    if (w && layout_ && !destroying_) layout_->widgetRemoved_(w);
 }
 
 void KyWidget::newParentEvent(KyObject* parent) {
