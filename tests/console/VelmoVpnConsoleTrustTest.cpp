@@ -19,7 +19,6 @@
 #include "../support/KyTestConsoleLink.h"
 #include "../support/KyTestEnv.h"
 #include "console/VelmoVpnConsoleAgentTrust.h"
-#include "console/VelmoVpnConsoleSession.h"
 
 namespace {
 
@@ -220,20 +219,6 @@ TEST_F(ConsoleTrust, ASignInLeavesNoCopyOfThePassword) {
     EXPECT_FALSE(secret.inOwnMemory());
     EXPECT_FALSE(secret.inSharedMemory());
     EXPECT_FALSE(secret.in(kytest::readFile(logPath.toStdString())));
-}
-
-TEST(ConsoleTrustText, AnUntrustedAgentIsNamedUntilOneIsBound) {
-    VelmoVpnConsoleSession session;
-    session.agentUntrusted = true;
-    session.untrustedAgentOwner = "user nobody";
-    VelmoVpnConsoleSessionView view = velmoVpnConsoleSessionView(session);
-    EXPECT_EQ(view.authText, "The local agent is not trusted (runs as user nobody)");
-    EXPECT_EQ(view.loadingStatusText, view.authText);
-    EXPECT_EQ(view.authTone, 3);
-    session.untrustedAgentOwner.clear();
-    EXPECT_EQ(velmoVpnConsoleSessionView(session).authText, "The local agent is not trusted (its owner cannot be read)");
-    session.backendConnected = true;
-    EXPECT_EQ(velmoVpnConsoleSessionView(session).authText, "Sign in with your user account");
 }
 
 }  // namespace
