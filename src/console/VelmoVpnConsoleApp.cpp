@@ -19,6 +19,7 @@
 #include <stdexcept>
 
 #include "console/VelmoVpnAgentProxy.h"
+#include "console/VelmoVpnConsoleAgentTrust.h"
 #include "console/VelmoVpnConsoleBackend.h"
 #include "console/VelmoVpnConsoleClient.h"
 #include "console/VelmoVpnConsoleFailure.h"
@@ -81,6 +82,16 @@ int runVelmoVpnConsole(int argc, char** argv) {
     std::unique_ptr<VelmoVpnAgentProxy> agentProxy;
     std::unique_ptr<VelmoVpnConsoleClient> consoleClient;
     KyString boundTarget;
+    uint32_t boundPid = 0;
+    // Whose agent may hear the user's password; the Sign In road
+    // (velmoVpnConsoleSendLogin) checks against the same policy.
+    const VelmoVpnAgentTrustPolicy trustPolicy = velmoVpnConsoleAgentTrustPolicy();
+    if (!trustPolicy.configurationError.isEmpty())
+        kyLogWarning(kCategory) << KyString("Ignoring ") + kVelmoVpnTrustedAgentUserVariable + ": " +
+                                       trustPolicy.configurationError;
+    // The agent last refused, so that a refused agent that is found again
+    // every few seconds is logged once.
+    KyString lastRefusedAgent;
     VelmoVpnConsoleStateLog stateLog;
 
     std::function<void()> refreshMonitor = [] {};
@@ -105,6 +116,7 @@ int runVelmoVpnConsole(int argc, char** argv) {
         consoleClient.reset();
         agentProxy.reset();
         boundTarget = KyString();
+        boundPid = 0;
         velmoVpnConsoleApplyBackendLost(session);
         refreshSessionUi();
         refreshFilterUi();
@@ -170,13 +182,46 @@ int runVelmoVpnConsole(int argc, char** argv) {
         post([&, json] { snapshotDone(velmoVpnConsoleApplyEndpointsState(session, json)); });
     };
 
+    // An agent run by another account is not bound: the console says so and
+    // keeps looking, and the agent never hears from it.
+    auto refuseAgent = [&](const VelmoVpnAgentOwner& owner) {
+        const KyString key = KyString::number(owner.pid) + ":" + KyString::number(owner.uid);
+        if (key != lastRefusedAgent) {
+            kyLogWarning(kCategory) << velmoVpnConsoleUntrustedAgentWarning(owner);
+            lastRefusedAgent = key;
+        }
+        const KyString ownerText = velmoVpnConsoleAgentOwnerText(owner);
+        if (session.agentUntrusted && session.untrustedAgentOwner == ownerText) return;
+        session.agentUntrusted = true;
+        session.untrustedAgentOwner = ownerText;
+        refreshSessionUi();
+    };
+    auto forgetRefusedAgent = [&] {
+        lastRefusedAgent = KyString();
+        if (!session.agentUntrusted) return;
+        session.agentUntrusted = false;
+        session.untrustedAgentOwner = KyString();
+        refreshSessionUi();
+    };
+
     std::function<void(const KyString&)> connectBackend = [&](const KyString& target) {
         if (session.backendConnected) return;
         agentProxy = std::make_unique<VelmoVpnAgentProxy>(domain, target, "VelmoVpnConsole");
-        if (!pidAlive(agentProxy->remotePid_())) {
+        const uint32_t pid = agentProxy->remotePid_();
+        if (!pidAlive(pid)) {
             agentProxy.reset();
             return;
         }
+        const VelmoVpnAgentOwner owner = velmoVpnConsoleAgentOwner(pid);
+        if (!velmoVpnConsoleAgentTrusted(owner, trustPolicy)) {
+            agentProxy.reset();
+            refuseAgent(owner);
+            return;
+        }
+        session.agentUntrusted = false;
+        session.untrustedAgentOwner = KyString();
+        lastRefusedAgent = KyString();
+        boundPid = pid;
         consoleClient = std::make_unique<VelmoVpnConsoleClient>(domain, "velnet", "gui");
         velmoVpnConsoleBindBackendSignals(domain, target, callbacks);
         boundTarget = target;
@@ -230,10 +275,28 @@ int runVelmoVpnConsole(int argc, char** argv) {
                 VelmoVpnAgentProxy probe(domain, kAgentObject, "probe");
                 present = pidAlive(probe.remotePid_());
             }
-            if (present) connectBackend(kAgentObject);
+            if (present)
+                connectBackend(kAgentObject);
+            else
+                forgetRefusedAgent();
             return;
         }
-        if (!agentProxy || !pidAlive(agentProxy->remotePid_())) loseBackend();
+        const uint32_t pid = agentProxy ? agentProxy->remotePid_() : 0;
+        if (!pidAlive(pid)) {
+            loseBackend();
+            return;
+        }
+        // Another process has taken the agent's object over: it must earn
+        // the console's trust as the first one did.
+        if (pid != boundPid) {
+            const VelmoVpnAgentOwner owner = velmoVpnConsoleAgentOwner(pid);
+            if (!velmoVpnConsoleAgentTrusted(owner, trustPolicy)) {
+                loseBackend();
+                refuseAgent(owner);
+                return;
+            }
+            boundPid = pid;
+        }
     });
     agentWatch.start();
 

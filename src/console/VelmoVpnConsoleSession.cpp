@@ -1,6 +1,7 @@
 // The session record and its transitions. See the header for the model.
 #include "console/VelmoVpnConsoleSession.h"
 
+#include "console/VelmoVpnConsoleAgentTrust.h"
 #include "console/VelmoVpnConsoleLoginMemory.h"
 #include "console/VelmoVpnConsoleStatus.h"
 #include "core/types/KyJsonHelpers.h"
@@ -162,6 +163,15 @@ VelmoVpnConsoleSessionView velmoVpnConsoleSessionView(const VelmoVpnConsoleSessi
     view.statusBarText =
         velmoVpnConsoleStatusBarText(view.authText, view.catalogText, view.endpointText, session.localVpnId);
     view.loadingStatusText = velmoVpnConsoleLoadingStatusText(connected, session.authStatus, session.loadingFrame);
+    // An agent of another account is no agent to sign in to: say why the
+    // search goes on, in the colour of an error.
+    if (!connected && session.agentUntrusted) {
+        view.authText = velmoVpnConsoleUntrustedAgentText(session.untrustedAgentOwner);
+        view.authTone = velmoVpnConsoleStatusTone(true, false);
+        view.statusBarText =
+            velmoVpnConsoleStatusBarText(view.authText, view.catalogText, view.endpointText, session.localVpnId);
+        view.loadingStatusText = view.authText;
+    }
     view.signInEnabled = connected && !agentBusyWithSession_(session.authStatus);
     view.credentialsReadOnly = view.ready;
     return view;

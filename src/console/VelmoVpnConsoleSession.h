@@ -35,6 +35,12 @@ constexpr int kVelmoVpnConsoleConsoleShell = 2;
 /// The session state of one console run, with the values it starts with.
 struct VelmoVpnConsoleSession {
     bool backendConnected = false;
+    /// An agent was found whose owner the console does not trust: it was not
+    /// bound, and while no agent is bound the auth and loading status texts
+    /// say so. untrustedAgentOwner is "user nobody", "uid 1234", or empty
+    /// when the owner could not be read.
+    bool agentUntrusted = false;
+    KyString untrustedAgentOwner;
 
     KyString authStatus = "logged_out";
     /// Server the agent signs in to; velmoVpnConsoleSessionAtStart() puts

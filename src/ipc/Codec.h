@@ -4,13 +4,17 @@
 // count or tag: bool 1 byte, int and unsigned int 4, uint64_t 8, KyString a
 // u32 byte count and the bytes. Encoder and Decoder are plain cursors over a
 // caller-owned buffer; every operation returns false instead of overrunning.
-// Writers keep a 4096-byte buffer on their stack. Pure functions: any thread.
+// Writers keep a 4096-byte buffer on their stack and wipe what they wrote
+// once the bytes are pushed (EncodedBytesWipe): a request may carry the
+// user's password, and a fiber's stack is reused memory that outlives the
+// call. Pure functions: any thread.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <tuple>
 
+#include "core/types/KySecureMemory.h"
 #include "core/types/KyString.h"
 
 namespace ky::ipc {
@@ -23,6 +27,13 @@ struct Encoder {
     uint8_t* data = nullptr;
     size_t capacity = 0;
     size_t pos = 0;
+};
+
+/// Wipes the bytes an encoder wrote when the scope ends, whatever the outcome
+/// of the push that used them.
+struct EncodedBytesWipe {
+    const Encoder& e;
+    ~EncodedBytesWipe() { kySecureZero(e.data, e.pos < e.capacity ? e.pos : e.capacity); }
 };
 
 /// Read cursor: buffer, size, read position. Bytes after the last member are ignored.

@@ -69,6 +69,7 @@ public:
     bool push(const Args&... args) {
         uint8_t buffer[kPayloadCapacity];
         Encoder e{buffer, sizeof(buffer), 0};
+        const EncodedBytesWipe wipe{e};
         if (!detail::encodeArgs(e, args...)) return false;
         if (!detail::pushQueue_(region_->base(), region_->slots(), buffer, e.pos, region_->name())) return false;
         detail::notifySubscribers_(registry_.domain, registry_.object, name_);

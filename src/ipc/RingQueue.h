@@ -49,6 +49,7 @@ public:
     bool push(const Args&... args) {
         uint8_t buffer[kPayloadCapacity];
         Encoder e{buffer, sizeof(buffer), 0};
+        const EncodedBytesWipe wipe{e};
         if (!detail::encodeArgs(e, args...)) return false;
         if (!detail::pushQueue_(mapping_->layout(), N, buffer, e.pos, shmName_)) return false;
         detail::notifySubscribers_(registry_.domain, registry_.object, name_);
