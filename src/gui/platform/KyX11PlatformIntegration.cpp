@@ -341,7 +341,9 @@ void KyX11PlatformIntegration::handleButton_(const XButtonEvent& event) {
 }
 
 void KyX11PlatformIntegration::handleExpose_(const XExposeEvent& event) {
-    if (event.window) KyWidgetPlatformAdapter::finishSyntheticExpose(event.window);
+    // Only the Expose we sent ourselves ends the one in flight; one from the
+    // server (a window uncovered meanwhile) must not let a second one leave.
+    if (event.window && event.send_event) KyWidgetPlatformAdapter::finishSyntheticExpose(event.window);
     KyWindowCallbacks callbacks;
     KyPlatformSize size;
     if (!findWindowCallbacks_(event.window, callbacks, &size) || !callbacks.paintRequested) return;

@@ -9,6 +9,12 @@
 void KyAbstractLayout::setParentWidget_(KyWidget* widget) {
     parentWidget_ = widget;
     if (widget && parent() != widget) setParent(widget);
+    // Widgets added before the layout had a parent join it now, so that they
+    // paint and take input like widgets added afterwards.
+    if (widget)
+        forEachManagedWidget([widget](KyWidget* w) {
+            if (w->parent() != widget) w->setParent(widget);
+        });
     dirty_ = true;
 }
 

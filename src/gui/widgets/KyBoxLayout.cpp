@@ -53,6 +53,12 @@ void KyBoxLayout::addSpacing(int length) {
 bool KyBoxLayout::removeWidget(KyWidget* widget) {
     for (auto it = entries_.begin(); it != entries_.end(); ++it) {
         if (it->item && it->item->widget() == widget) {
+            // A widget deleted by a sibling's resize handler while this layout
+            // places: the entry stays, empty, until the pass is over.
+            if (applying_) {
+                it->item.reset();
+                return true;
+            }
             entries_.erase(it);
             changed_();
             return true;
@@ -71,6 +77,12 @@ void KyBoxLayout::setStretch(int index, int stretch) {
     if (index < 0 || index >= count() || entries_[size_t(index)].stretch == stretch) return;
     entries_[size_t(index)].stretch = stretch;
     changed_();
+}
+
+void KyBoxLayout::compact_() {
+    const size_t before = entries_.size();
+    std::erase_if(entries_, [](const Entry_& e) { return !e.item; });
+    if (entries_.size() != before) changed_();
 }
 
 void KyBoxLayout::forEachManagedWidget(const std::function<void(KyWidget*)>& fn) const {
@@ -187,6 +199,7 @@ void KyBoxLayout::applyBoxLayout_(const KyRect& rect) {
     const int crossStart = vertical ? rect.x : rect.y;
     const int crossAvailable = along(rect.size(), !vertical);
     int position = vertical ? rect.y : rect.x;
+    applying_ = true;
     for (int i = 0; i < n; ++i) {
         KyLayoutItem* item = entries_[size_t(i)].item.get();
         if (!item) continue;
@@ -199,4 +212,6 @@ void KyBoxLayout::applyBoxLayout_(const KyRect& rect) {
             item->setGeometry({position, crossStart + crossOffset, size, crossLength});
         position += size + spacing();
     }
+    applying_ = false;
+    compact_();
 }

@@ -66,8 +66,11 @@ protected:
 
 private:
     void changed_();
+    /// Drops the entries whose widget went away while the layout was placing.
+    void compact_();
 
     int orientation_;
+    bool applying_ = false;
     std::vector<Entry_> entries_;
 };
 

@@ -17,26 +17,34 @@ void KyGridLayout::changed_() {
 }
 
 void KyGridLayout::addWidget(KyWidget* widget, int row, int column, int rowSpan, int columnSpan) {
-    if (!widget || row < 0 || column < 0) return;
+    if (!widget || row < 0 || column < 0 || row >= kMaximumTracks || column >= kMaximumTracks) return;
     for (const Cell_& c : cells_)
-        if (c.item->widget() == widget) return;
+        if (c.item && c.item->widget() == widget) return;
     if (parentWidget() && widget->parentWidget() != parentWidget()) widget->setParent(parentWidget());
     addItem(new KyWidgetItem(widget), row, column, rowSpan, columnSpan);
 }
 
 void KyGridLayout::addItem(KyLayoutItem* item, int row, int column, int rowSpan, int columnSpan) {
     if (!item) return;
-    if (row < 0 || column < 0) {
+    if (row < 0 || column < 0 || row >= kMaximumTracks || column >= kMaximumTracks) {
         delete item;
         return;
     }
-    cells_.push_back(Cell_{std::unique_ptr<KyLayoutItem>(item), row, column, std::max(1, rowSpan), std::max(1, columnSpan)});
+    rowSpan = std::clamp(rowSpan, 1, kMaximumTracks - row);
+    columnSpan = std::clamp(columnSpan, 1, kMaximumTracks - column);
+    cells_.push_back(Cell_{std::unique_ptr<KyLayoutItem>(item), row, column, rowSpan, columnSpan});
     changed_();
 }
 
 bool KyGridLayout::removeWidget(KyWidget* widget) {
     for (auto it = cells_.begin(); it != cells_.end(); ++it) {
-        if (it->item->widget() == widget) {
+        if (it->item && it->item->widget() == widget) {
+            // Deleted by a sibling's resize handler while this grid places:
+            // the cell stays, empty, until the pass is over.
+            if (applying_) {
+                it->item.reset();
+                return true;
+            }
             cells_.erase(it);
             changed_();
             return true;
@@ -58,7 +66,7 @@ int KyGridLayout::columnCount() const {
 }
 
 void KyGridLayout::setTrackValue_(std::vector<int>& values, int index, int value) {
-    if (index < 0) return;
+    if (index < 0 || index >= kMaximumTracks) return;
     if (size_t(index) >= values.size()) values.resize(size_t(index) + 1, 0);
     values[size_t(index)] = value;
 }
@@ -72,7 +80,8 @@ void KyGridLayout::setColumnMinimumWidth(int column, int width) {
 
 void KyGridLayout::forEachManagedWidget(const std::function<void(KyWidget*)>& fn) const {
     for (const Cell_& c : cells_)
-        if (auto* w = dynamic_cast<KyWidget*>(c.item->widget())) fn(w);
+        if (c.item)
+            if (auto* w = dynamic_cast<KyWidget*>(c.item->widget())) fn(w);
 }
 
 void KyGridLayout::ensureSpanMinimum_(std::vector<int>& tracks, const std::vector<int>& stretch, int first, int span,
@@ -110,7 +119,7 @@ KyGridLayout::Tracks_ KyGridLayout::collectTracks_(bool columns) const {
     t.preferred = t.minimum;
     const auto length = [columns](KySize s) { return std::max(0, columns ? s.width : s.height); };
     for (const Cell_& c : cells_) {
-        if ((columns ? c.columnSpan : c.rowSpan) != 1) continue;
+        if (!c.item || (columns ? c.columnSpan : c.rowSpan) != 1) continue;
         const size_t i = size_t(columns ? c.column : c.row);
         const int minimum = length(c.item->minimumSize());
         t.minimum[i] = std::max(t.minimum[i], minimum);
@@ -118,7 +127,7 @@ KyGridLayout::Tracks_ KyGridLayout::collectTracks_(bool columns) const {
     }
     for (const Cell_& c : cells_) {
         const int span = columns ? c.columnSpan : c.rowSpan;
-        if (span == 1) continue;
+        if (!c.item || span == 1) continue;
         const int first = columns ? c.column : c.row;
         const int minimum = length(c.item->minimumSize());
         ensureSpanMinimum_(t.minimum, t.stretch, first, span, spacing(), minimum);
@@ -206,7 +215,10 @@ KyGridLayout::GridMetrics KyGridLayout::buildMetrics_(const KyRect& rect) const 
 void KyGridLayout::applyLayout(const KyRect& rect) {
     if (cells_.empty()) return;
     const GridMetrics m = buildMetrics_(rect);
-    for (const Cell_& c : cells_) {
+    applying_ = true;
+    for (size_t i = 0; i < cells_.size(); ++i) {
+        const Cell_& c = cells_[i];
+        if (!c.item) continue;
         const int lastColumn = c.column + c.columnSpan - 1, lastRow = c.row + c.rowSpan - 1;
         const int cellX = m.columnStarts[size_t(c.column)];
         const int cellY = m.rowStarts[size_t(c.row)];
@@ -217,4 +229,8 @@ void KyGridLayout::applyLayout(const KyRect& rect) {
         fitAcross_(c.item.get(), VerticalAxis, cellH, h, dy);
         c.item->setGeometry({cellX + dx, cellY + dy, w, h});
     }
+    applying_ = false;
+    const size_t before = cells_.size();
+    std::erase_if(cells_, [](const Cell_& cell) { return !cell.item; });
+    if (cells_.size() != before) changed_();
 }

@@ -29,9 +29,12 @@ public:
     KyGridLayout() = default;
     ~KyGridLayout() override;
 
+    /// The most rows or columns a grid holds; cells beyond are ignored.
+    static constexpr int kMaximumTracks = 4096;
+
     /// Places widget at (row, column) over the given spans. A null widget,
-    /// one already here, or a negative row or column is ignored; spans below
-    /// 1 count as 1.
+    /// one already here, or a row or column outside 0..kMaximumTracks - 1 is
+    /// ignored; spans count from 1 and end at the last track.
     void addWidget(KyWidget* widget, int row, int column, int rowSpan = 1, int columnSpan = 1);
     /// Takes ownership of item.
     void addItem(KyLayoutItem* item, int row, int column, int rowSpan = 1, int columnSpan = 1);
@@ -75,5 +78,6 @@ private:
     void changed_();
 
     std::vector<Cell_> cells_;
+    bool applying_ = false;
     std::vector<int> rowStretch_, columnStretch_, rowMinimum_, columnMinimum_;
 };

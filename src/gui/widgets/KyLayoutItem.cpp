@@ -35,9 +35,14 @@ int KySpacerItem::expandingDirections() const {
 
 namespace {
 
-// A spacer that may shrink has no minimum; one that may do nothing but
-// shrink (Fixed, Maximum) has its length as the maximum.
-int minimumLength(int length, int policy) { return (policy & KySizePolicy::Shrink) ? 0 : length; }
+// Only Fixed, Minimum and MinimumExpanding hold a spacer at its length; one
+// that may do nothing but shrink (Fixed, Maximum) has its length as the maximum.
+int minimumLength(int length, int policy) {
+    return policy == KySizePolicy::Fixed || policy == KySizePolicy::Minimum ||
+                   policy == KySizePolicy::MinimumExpanding
+               ? length
+               : 0;
+}
 int maximumLength(int length, int policy) {
     return (policy & ~KySizePolicy::Shrink) == 0 ? length : kyLayoutMaximumLength;
 }

@@ -78,6 +78,7 @@ void KyWidget::removeChild(KyObject* child) {
         if (!w->destroying_) w->clearFocusInHierarchy_();
         w->translateAbsolutePosRecursive_(-rootPos_.x, -rootPos_.y);
     }
+    if (child == layout_) layout_ = nullptr;
     KyObject::removeChild(child);
     invalidateChildList_();
     // A layout must never place a widget that is gone or lives elsewhere now.
@@ -101,9 +102,14 @@ void KyWidget::newParentEvent(KyObject* parent) {
 // Native window
 
 void KyWidget::attachNativeWindow(const KyWidgetPlatformHandle& handle) {
+    // A widget focused before the tree had a window keeps the focus: its
+    // entry moves from the loose tree's key to the window's.
+    KyWidget* focused = focusWidget();
+    if (focused) focused->removeFocusOwnerEntriesForWidget_();
     nativeWindowOwner_ = true;
     if (rootPos_.x != 0 || rootPos_.y != 0) translateAbsolutePosRecursive_(-rootPos_.x, -rootPos_.y);
     setNativeWindowHandleRecursive(handle);
+    if (focused && focused->getFocus()) focused->requestFocusOwnership_();
 }
 
 void KyWidget::setNativeWindowHandleRecursive(const KyWidgetPlatformHandle& handle) {

@@ -61,7 +61,10 @@ void KyWidget::setGeometry(int x, int y, int width, int height) {
     ky::gui::perf::ScopeTimer timer("setGeometry");
     const KyWidget* p = nativeParentWidget_();
     const KyPoint origin = p ? p->rootPos_ : KyPoint();
-    const KyPoint newPos = KyPoint(x, y) + origin;
+    // A native window's root stays at the origin of its own window: where the
+    // window sits on the screen is the platform window's business, and every
+    // stored position below it is relative to that origin.
+    const KyPoint newPos = nativeWindowOwner_ ? rootPos_ : KyPoint(x, y) + origin;
 
     // The smallest size: the stored minimum, the sheet's minimum with its
     // padding and border around it, and the minimum hint; the maximum wins

@@ -64,6 +64,8 @@ TEST_P(BoxLayoutCase, GivesEachEntryItsShare) {
         items.push_back(layout->itemAt(layout->count() - 1));
     }
     parent.setLayout(layout);
+    // Widgets added before the layout had a parent join it with the layout.
+    layout->forEachManagedWidget([&](KyWidget* w) { EXPECT_EQ(w->parentWidget(), &parent); });
     ASSERT_EQ(items.size(), c.sizes.size());
     int position = 0;
     for (size_t i = 0; i < items.size(); ++i) {
@@ -122,6 +124,13 @@ TEST(BoxLayout, HintsAndRefusals) {
     // A deleted widget leaves the layout.
     delete a;
     EXPECT_EQ(layout->count(), 1);
+
+    // A layout handed to another widget leaves the first one for good.
+    KyWidget other;
+    other.setLayout(layout);
+    EXPECT_EQ(parent.layout(), nullptr);
+    parent.resize(300, 120);
+    EXPECT_EQ(b->parentWidget(), &other);
 }
 
 TEST(GridLayout, SpansStretchesAndMinimums) {
