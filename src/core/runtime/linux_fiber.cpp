@@ -9,6 +9,11 @@
 // through swapcontext, announced to the sanitizer, so that its view of the
 // current stack stays exact.
 //
+// A created fiber gets its stack and its first context only when it is first
+// entered: a pool warms hundreds of fibers at its first post, and most of
+// them never run, so creating one costs a small record and no system call,
+// and a process that never needs them never maps their stacks.
+//
 // Threads: everything acts on the calling thread; the current fiber is
 // thread-local.
 
@@ -78,12 +83,46 @@ void noteArrival([[maybe_unused]] void* fakeStack) {
 // so that no local of a caller lives across the second return.
 __attribute__((noinline)) int captureContext(ucontext_t* context) { return getcontext(context); }
 
+void fiber_entry_trampoline(uint64_t record);
+
+// Gives a created fiber its stack and the context that starts it, the first
+// time it is entered. False (logged) when either cannot be had.
+bool prepareFirstEntry(FiberRecord* record) {
+    if (record->stack || record->isThreadFiber) return true;
+    // Plain heap array, not zero-filled: most of a stack is never touched.
+    record->stack = new (std::nothrow) char[record->stackSize];
+    if (!record->stack) {
+        kyLogError(kCategory) << "[linux_fiber] Failed to allocate fiber stack";
+        return false;
+    }
+    if (captureContext(&record->context) != 0) {
+        kyLogError(kCategory) << "[linux_fiber] getcontext failed while creating fiber";
+        delete[] record->stack;
+        record->stack = nullptr;
+        return false;
+    }
+    record->context.uc_stack.ss_sp = record->stack;
+    record->context.uc_stack.ss_size = record->stackSize;
+    record->context.uc_link = nullptr;
+#if KY_FIBER_ASAN
+    record->asanStackBottom = record->stack;
+    record->asanStackSize = record->stackSize;
+#endif
+    makecontext(&record->context, reinterpret_cast<void (*)()>(&fiber_entry_trampoline), 1,
+                static_cast<uint64_t>(reinterpret_cast<uintptr_t>(record)));
+    return true;
+}
+
 #if !KY_FIBER_ASAN
 // Saves from's registers and enters to: by _longjmp when to has run before,
 // by swapcontext the first time.
 __attribute__((noinline)) void jumpBetween(FiberRecord* from, FiberRecord* to) {
     if (_setjmp(from->resumePoint) != 0) return;  // resumed by a later switch
     if (to->started) _longjmp(to->resumePoint, 1);
+    if (!prepareFirstEntry(to)) {
+        tCurrentFiber = from;
+        return;
+    }
     to->started = true;
     if (swapcontext(&from->context, &to->context) != 0) {
         to->started = false;
@@ -137,31 +176,9 @@ void* CreateFiber(unsigned long stackSize, void (*entry)(void*), void* argument)
         kyLogError(kCategory) << "[linux_fiber] Failed to allocate fiber structure";
         return nullptr;
     }
-    // Plain heap array, not zero-filled: most of a stack is never touched.
-    record->stack = new (std::nothrow) char[stackSize];
-    if (!record->stack) {
-        kyLogError(kCategory) << "[linux_fiber] Failed to allocate fiber stack";
-        delete record;
-        return nullptr;
-    }
     record->stackSize = stackSize;
     record->entry = entry;
     record->argument = argument;
-    if (captureContext(&record->context) != 0) {
-        kyLogError(kCategory) << "[linux_fiber] getcontext failed while creating fiber";
-        delete[] record->stack;
-        delete record;
-        return nullptr;
-    }
-    record->context.uc_stack.ss_sp = record->stack;
-    record->context.uc_stack.ss_size = stackSize;
-    record->context.uc_link = nullptr;
-#if KY_FIBER_ASAN
-    record->asanStackBottom = record->stack;
-    record->asanStackSize = stackSize;
-#endif
-    makecontext(&record->context, reinterpret_cast<void (*)()>(&fiber_entry_trampoline), 1,
-                static_cast<uint64_t>(reinterpret_cast<uintptr_t>(record)));
     return record;
 }
 
@@ -179,6 +196,10 @@ void SwitchToFiber(void* fiber) {
     if (to == from) return;
     tCurrentFiber = to;
 #if KY_FIBER_ASAN
+    if (!prepareFirstEntry(to)) {
+        tCurrentFiber = from;
+        return;
+    }
     void* fakeStack = nullptr;
     tSwitchedFrom = from;
     __sanitizer_start_switch_fiber(&fakeStack, to->asanStackBottom, to->asanStackSize);
