@@ -19,13 +19,19 @@ constexpr KyColor kUncheckedBorder{138, 138, 138};
 constexpr KyColor kDisabledLightFill{245, 245, 245};
 constexpr KyColor kDisabledLightBorder{190, 190, 190};
 constexpr KyColor kDisabledText{122, 122, 122};
-constexpr KyColor kDisabledMark{160, 160, 160};
+constexpr KyColor kDisabledMark{150, 150, 150};
+constexpr KyColor kDisabledDarkFill{72, 74, 79};
+constexpr KyColor kDisabledDarkBorder{78, 80, 85};
 constexpr KyColor kMarkFallback{0xff, 0xff, 0xff};
 
 bool sheetColor(const KyWidget* w, const char* name, KyColor& out) {
     const KyString value = w->styleProperty(name);
     float alpha = 1.0f;
-    return !value.isEmpty() && ky::gui::StyleSheet::tryParseColor_(value, out, &alpha) && alpha > 0.0f;
+    KyColor parsed;
+    // A transparent colour leaves the fallback in place.
+    if (value.isEmpty() || !ky::gui::StyleSheet::tryParseColor_(value, parsed, &alpha) || alpha <= 0.0f) return false;
+    out = parsed;
+    return true;
 }
 
 } // namespace
@@ -96,26 +102,26 @@ void KyCheckBox::paintEvent(PaintEvent* event) {
 
     // Checked and partial boxes are filled with the accent; an unchecked box
     // is a light well whose border lights up under the pointer.
-    KyColor fill = kUncheckedFill, border = kUncheckedBorder;
-    const KyColor mark = kMarkFallback;
+    KyColor well = kUncheckedFill;
+    if (!sheetColor(this, "background-color-unchecked", well)) sheetColor(this, "background-color", well);
+    KyColor fill = well, border = kUncheckedBorder, mark = kMarkFallback;
     if (checkState_ != Unchecked) {
         fill = KyStyle::kAccent;
         sheetColor(this, "indicator-color-checked", fill);
         border = fill;
         sheetColor(this, "border-color", border);
     } else {
-        if (!sheetColor(this, "background-color-unchecked", fill)) sheetColor(this, "background-color", fill);
         if (state & KyStyle::StateHover) border = KyStyle::kAccent;
         if (!sheetColor(this, "border-color-unchecked", border)) sheetColor(this, "border-color", border);
     }
     if (disabled) {
-        if (fill.red() + fill.green() + fill.blue() > 383) {
-            fill = kDisabledLightFill, border = kDisabledLightBorder;
-        } else if (checkState_ != Unchecked) {
-            fill = border = kDisabledMark;
+        // The unchecked well tells a light look from a dark one.
+        if (well.red() + well.green() + well.blue() > 383) {
+            fill = kDisabledLightFill, border = kDisabledLightBorder, mark = kDisabledMark;
         } else {
-            // A dark well keeps its fill and loses half its border's contrast.
-            border = {(border.red() + fill.red()) / 2, (border.green() + fill.green()) / 2, (border.blue() + fill.blue()) / 2};
+            fill = checkState_ != Unchecked ? kDisabledDarkFill : well;
+            border = kDisabledDarkBorder;
+            mark = kDisabledMark;
         }
     }
     KyStyle::paintBox(p, box, fill, true, border, 1, ky::gui::StyleBox{{radius, radius, radius, radius}});

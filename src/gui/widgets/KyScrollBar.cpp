@@ -6,6 +6,7 @@
 
 #include "core/runtime/KyTimer.h"
 #include "gui/platform/KyPainter.h"
+#include "gui/widgets/KyControlMetrics.h"
 #include "gui/widgets/KyStyle.h"
 #include "gui/widgets/KyWidgetStyleSnapshot.h"
 
@@ -119,11 +120,11 @@ KyRect KyScrollBar::thumbRect(const KyRect& rect) const {
 }
 
 KySize KyScrollBar::sizeHint() const {
-    return vertical_() ? KySize{kThickness, 120} : KySize{120, kThickness};
+    return KyControlMetrics::bounded(this, vertical_() ? KySize{kThickness, 120} : KySize{120, kThickness});
 }
 
 KySize KyScrollBar::minimumSizeHint() const {
-    return vertical_() ? KySize{kThickness, 40} : KySize{40, kThickness};
+    return KyControlMetrics::bounded(this, vertical_() ? KySize{kThickness, 40} : KySize{40, kThickness});
 }
 
 void KyScrollBar::paintEvent(PaintEvent* event) {

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "gui/platform/KyPainter.h"
+#include "gui/widgets/KyControlMetrics.h"
 
 KyStatusLight::KyStatusLight(KyWidget* parent) : KyWidget(parent) {
     setFocusPolicy(NoClickFocus);
@@ -21,7 +22,7 @@ void KyStatusLight::colorsForState(int state, KyColor& outer, KyColor& middle, K
 
 KySize KyStatusLight::sizeHint() const {
     const int d = std::max(0, getDiameter());
-    return {d + 4, d + 4};
+    return KyControlMetrics::bounded(this, {d + 4, d + 4});
 }
 
 void KyStatusLight::paintEvent(PaintEvent* event) {
