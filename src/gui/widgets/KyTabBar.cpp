@@ -148,7 +148,8 @@ void KyTabBar::paintEvent(PaintEvent* event) {
         if (isCurrent && hasFocus() && enabled) {
             KyColor ring = sheetColor_("focus-color", KyStyle::kAccent);
             ring = sheetColor_("focus-border-color", ring);
-            KyStyle::strokeRoundedRect(p, {r.x + 2, r.y + 3, r.width - 5, r.height - 3 - kUnderline - 3},
+            // Clear of the underline by a few pixels, so the two never read as one line.
+            KyStyle::strokeRoundedRect(p, {r.x + 2, r.y + 3, r.width - 5, r.height - 3 - kUnderline - 6},
                                        StyleBox{{4, 4, 4, 4}}, ring, 1);
         }
     }
