@@ -103,7 +103,10 @@ void KySpinBox::ArrowButton::mouseReleaseEvent(MouseEvent* e) {
 
 KySpinBox::KySpinBox(KyWidget* parent) : KyWidget(parent) {
     setDefaultStyleSheet(kDefaultSheet);
-    setFocusPolicy(StrongFocus);
+    // The inner field is the one stop of the box in the keyboard's focus
+    // chain; a box that took focus itself would hand it straight back to the
+    // field and trap Shift+Tab. A click on the frame focuses the field.
+    setFocusPolicy(NoClickFocus);
     edit_ = new KyLineEdit(this);
     edit_->setObjectName("spinBoxEdit");
     edit_->setStyleSheet(kInnerEditSheet);

@@ -7,7 +7,7 @@
 // a number outside the range is clamped. Escape throws typed text away.
 // setValue clamps, ignores an unchanged value and emits valueChanged once.
 // The frame, the divider and the arrows are painted here; the inner edit has
-// no frame of its own. GUI thread only.
+// no frame of its own, and the focus lives in that edit. GUI thread only.
 #pragma once
 
 #include <algorithm>
