@@ -2,7 +2,8 @@
 //
 // Shows labels, push buttons (plain, checkable, disabled), check boxes in
 // their three states, status lights, scroll bars, frame lines, a tab widget
-// and a loading overlay, in the light look or, with --dark, under a dark
+// a loading overlay and the input controls (line edits, spin boxes, combo
+// boxes, a completer), in the light look or, with --dark, under a dark
 // sheet set on the root. --tab N opens tab N. The window is a root KyWidget
 // on a platform window whose callbacks feed the root's routing; closing the
 // window ends the program. Everything runs on the main thread.
@@ -19,13 +20,17 @@
 #include "gui/platform/KyPlatformWindow.h"
 #include "gui/widgets/KyBoxLayout.h"
 #include "gui/widgets/KyCheckBox.h"
+#include "gui/widgets/KyComboBox.h"
+#include "gui/widgets/KyCompleter.h"
 #include "gui/widgets/KyFrame.h"
 #include "gui/widgets/KyGridLayout.h"
 #include "gui/widgets/KyLabel.h"
 #include "gui/widgets/KyLayoutItem.h"
+#include "gui/widgets/KyLineEdit.h"
 #include "gui/widgets/KyLoadingOverlay.h"
 #include "gui/widgets/KyPushButton.h"
 #include "gui/widgets/KyScrollBar.h"
+#include "gui/widgets/KySpinBox.h"
 #include "gui/widgets/KyStatusLight.h"
 #include "gui/widgets/KyTabWidget.h"
 #include "gui/widgets/KyWidget.h"
@@ -57,7 +62,16 @@ const char* const kDarkSheet =
     "KyTabBar { border-color: rgb(64, 66, 70); color: rgb(165, 168, 174); selected-color: rgb(242, 242, 242);"
     " accent-color: rgb(59, 130, 246); tab-hover-background-color: rgb(48, 50, 55); }"
     "KyLoadingOverlay { background-color: rgb(32, 33, 36); color: rgb(236, 236, 236); status-color: rgb(160, 163, 168);"
-    " track-color: rgb(58, 60, 65); arc-color: rgb(59, 130, 246); arc-tail-color: rgb(36, 58, 92); }";
+    " track-color: rgb(58, 60, 65); arc-color: rgb(59, 130, 246); arc-tail-color: rgb(36, 58, 92); }"
+    "KyLineEdit, KySpinBox, KyComboBox { background-color: rgb(42, 43, 46); border-color: rgb(82, 85, 90);"
+    " color: rgb(235, 235, 235); selection-background-color: rgb(30, 58, 95); placeholder-color: rgb(130, 133, 140);"
+    " divider-color: rgb(64, 66, 70); arrow-color: rgb(170, 173, 180); arrow-hover-background-color: rgb(48, 50, 55); arrow-disabled-color: rgb(84, 86, 92);"
+    " popup-background-color: rgb(42, 43, 46); }"
+    "KyLineEdit#spinBoxEdit { background-color: rgba(0, 0, 0, 0); }"
+    "KyLineEdit:disabled, KySpinBox:disabled, KyComboBox:disabled { background-color: rgb(38, 39, 42);"
+    " border-color: rgb(58, 60, 64); color: rgb(115, 115, 115); }"
+    "KyPopupList { background-color: rgb(42, 43, 46); border-color: rgb(82, 85, 90); color: rgb(235, 235, 235);"
+    " highlight-background-color: rgb(30, 58, 95); highlight-color: rgb(240, 240, 240); }";
 
 KyLabel* caption(const char* text, KyWidget* parent) {
     auto* label = new KyLabel(text, parent);
@@ -180,6 +194,71 @@ KyWidget* buildControlsPage() {
     return page;
 }
 
+KyLineEdit* field(const char* text, int width = 170) {
+    auto* edit = new KyLineEdit;
+    edit->setText(text);
+    edit->setFixedSize(width, 34);
+    return edit;
+}
+
+KyWidget* buildInputsPage() {
+    auto* page = new KyWidget;
+    auto* grid = new KyGridLayout;
+    grid->setSpacing(12);
+    grid->setContentsMargins(8, 8, 8, 8);
+    int r = 0;
+
+    grid->addWidget(caption("Line edits", page), r, 0);
+    auto* password = field("s\xC3\xA9" "cret");
+    password->setEchoMode(PasswordEcho);
+    auto* offField = field("");
+    offField->setEnable(false);
+    grid->addWidget(row(page, {field(""), field("zo\xC3\xAB@example.net"), password, offField}), r++, 1);
+
+    grid->addWidget(caption("Spin boxes", page), r, 0);
+    auto* spin = new KySpinBox;
+    spin->setRange(0, 65535);
+    spin->setValue(51820);
+    spin->setFixedSize(120, 34);
+    auto* top = new KySpinBox;
+    top->setRange(1, 10);
+    top->setValue(10);
+    top->setFixedSize(90, 34);
+    auto* spinValue = new KyLabel("Port 51820");
+    KyObject::connect(spin, &KySpinBox::valueChanged, spinValue,
+                      [spinValue](int v) { spinValue->setText(KyString("Port ") + KyString::number(v)); });
+    grid->addWidget(row(page, {spin, top, spinValue}), r++, 1);
+
+    grid->addWidget(caption("Combo boxes", page), r, 0);
+    auto* region = new KyComboBox;
+    region->addItems({"Frankfurt", "Amsterdam", "London", "New York", "Singapore", "Tokyo"});
+    region->setFixedSize(200, 34);
+    auto* protocol = new KyComboBox;
+    protocol->addItems({"Automatic", "WireGuard", "IKEv2"});
+    protocol->setFixedSize(160, 34);
+    auto* offCombo = new KyComboBox;
+    offCombo->addItem("Disabled");
+    offCombo->setFixedSize(140, 34);
+    offCombo->setEnable(false);
+    grid->addWidget(row(page, {region, protocol, offCombo}), r++, 1);
+
+    grid->addWidget(caption("Completion", page), r, 0);
+    auto* email = field("", 260);
+    email->setPlaceholder("E-mail");
+    auto* completer = new KyCompleter({"zoe@example.net", "zora@velmo.io", "anna@velmo.io", "anton@example.net"}, page);
+    completer->setWidget(email);
+    KyObject::connect(email, &KyLineEdit::TextChanged, completer, [completer](const KyString&) { completer->complete(); });
+    KyObject::connect(email, &KyWidget::FocusChanged, completer, [completer](const bool& on) {
+        if (on) completer->complete();
+        else completer->hidePopup();
+    });
+    grid->addWidget(row(page, {email, new KyLabel("Type a or z for suggestions")}), r++, 1);
+
+    grid->addItem(new KySpacerItem(0, 0, KySizePolicy::Minimum, KySizePolicy::Expanding), r, 0, 1, 2);
+    page->setLayout(grid);
+    return page;
+}
+
 KyWidget* buildLoadingPage() {
     auto* page = new KyWidget;
     auto* layout = new KyVerticalLayout;
@@ -271,6 +350,7 @@ int main(int argc, char** argv) {
     auto* tabs = new KyTabWidget(root);
     tabs->addTab(buildControlsPage(), "Controls");
     tabs->addTab(buildLoadingPage(), "Loading");
+    tabs->addTab(buildInputsPage(), "Inputs");
     tabs->setCurrentIndex(tab);
     layout->addWidget(tabs, 1);
     root->setLayout(layout);
