@@ -2,6 +2,7 @@
 // clipboard lives in KyX11Clipboard.cpp.
 #include "gui/platform/KyX11PlatformIntegration.h"
 
+#include <X11/XKBlib.h>
 #include <X11/Xatom.h>
 #include <X11/Xutil.h>
 
@@ -97,6 +98,10 @@ void KyX11PlatformIntegration::initialize(KyGuiApplication* application) {
     display_ = XOpenDisplay(nullptr);
     if (!display_) throw std::runtime_error("Unable to connect to the X server.");
     XSetErrorHandler(&logXError);
+    // A held key repeats as presses alone: without this the server sends a
+    // release before every repeated press, and holding Space on a button
+    // would click it again and again.
+    XkbSetDetectableAutoRepeat(display_, True, nullptr);
     screen_ = DefaultScreen(display_);
     // One round trip for all six: start-up waits on each one. "WM_PROTOCOLS"
     // rides along so that XSetWMProtocols finds it in Xlib's atom cache.

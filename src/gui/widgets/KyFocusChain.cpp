@@ -3,14 +3,25 @@
 
 #include <algorithm>
 
+#include "gui/widgets/KyLoadingOverlay.h"
 #include "gui/widgets/KyWidget.h"
 
 namespace KyFocusChain {
 
 namespace {
 
+// The busy cover over w's children, if one is up: what it covers cannot be reached.
+const KyWidget* activeCover(KyWidget* w) {
+    for (KyWidget* child : w->childWidgets())
+        if (auto* cover = dynamic_cast<const KyLoadingOverlay*>(child))
+            if (cover->isActive() && cover->isVisible()) return cover;
+    return nullptr;
+}
+
 void collect(KyWidget* w, const KyWidgetPlatformHandle& handle, KyVector<KyWidget*>& out) {
+    const KyWidget* cover = activeCover(w);
     for (KyWidget* child : w->childWidgets()) {
+        if (cover && child != cover) continue;
         // Another native window has its own chain; a disabled or hidden
         // branch has nothing to visit.
         if (child->ownsNativeWindow() || !(child->nativeHandle() == handle)) continue;
@@ -28,8 +39,11 @@ KyVector<KyWidget*> chain(KyWidget* root) {
     if (root->acceptsTabFocus()) out.push_back(root);
     collect(root, root->nativeHandle(), out);
     std::stable_sort(out.begin(), out.end(), [](const KyWidget* a, const KyWidget* b) {
+        // Rows by their middle: a layout centres a short check box beside a
+        // taller button, and both belong to one row read left to right.
         const KyRect ra = a->rootRect(), rb = b->rootRect();
-        return ra.y != rb.y ? ra.y < rb.y : ra.x < rb.x;
+        const int ya = ra.y + ra.height / 2, yb = rb.y + rb.height / 2;
+        return ya != yb ? ya < yb : ra.x < rb.x;
     });
     return out;
 }

@@ -123,7 +123,10 @@ void KyLoadingOverlay::hideEvent(Event* event) {
 }
 
 void KyLoadingOverlay::startTimer_() {
-    if (timer_) return;
+    if (timer_) {
+        if (!timer_->isActive()) timer_->start(kStepMs);
+        return;
+    }
     timer_ = new KyTimer(this);
     timer_->connectTimeout([this] { step_(); });
     timer_->start(kStepMs);
@@ -137,8 +140,13 @@ void KyLoadingOverlay::stopTimer_() {
 }
 
 void KyLoadingOverlay::step_() {
+    // A hidden ancestor sends this overlay no hide event: the ring parks its
+    // timer here, and the next paint (the overlay shown again) restarts it.
+    if (!isVisibleInHierarchy()) {
+        timer_->stop();
+        return;
+    }
     phase_ = (phase_ + kStepDegrees) % 360;
-    if (!isVisibleInHierarchy()) return;
     // Only the ring moves: repaint its square, not the whole cover.
     KyRect r = spinnerRect_();
     r = {rootRect().x + r.x - 2, rootRect().y + r.y - 2, r.width + 4, r.height + 4};
@@ -168,12 +176,15 @@ KyRect KyLoadingOverlay::spinnerRect_() const {
     return {(width() - d) / 2, std::max(0, (height() - block) / 2), d, d};
 }
 
-void KyLoadingOverlay::keyPressEvent(KeyEvent*) {
-    // Everything is taken while busy, Tab included: the focus stays on the cover.
+void KyLoadingOverlay::keyPressEvent(KeyEvent* event) {
+    // Tab stays on the cover, so the focus cannot walk into what it covers;
+    // every other key goes on to the window's shortcuts (Quit among them).
+    if (event->keyCode() != 0xff09 && event->keyCode() != 0xfe20) event->ignore();
 }
 
 void KyLoadingOverlay::paintEvent(PaintEvent* event) {
     if (!event || !event->painter() || !isVisibleInHierarchy()) return;
+    if (active_) startTimer_();
     KyPainter* p = event->painter();
     const ResolvedStyleSnapshot_& s = styleSnapshot_();
     const KyColor cover = s.hasBackground ? s.background : KyColor(249, 249, 249);

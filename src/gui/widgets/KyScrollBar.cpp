@@ -202,6 +202,16 @@ void KyScrollBar::stopRepeat_() {
 }
 
 void KyScrollBar::mouseMoveEvent(MouseEvent* event) {
+    // Hidden during a drag, the bar lost the grab and never saw the release:
+    // a plain move over it later must not drag.
+    if ((dragging_ || pageDirection_) && mouseGrabWidget() != this) {
+        stopRepeat_();
+        if (dragging_) {
+            dragging_ = false;
+            update();
+            sliderReleased(value_);
+        }
+    }
     if (dragging_) {
         const KyRect groove = grooveRect(clientRect());
         const KyRect thumb = thumbRect(clientRect());
