@@ -312,7 +312,7 @@ void KyLineEdit::paste() {
 
 KyFont KyLineEdit::textFont_() const { return resolveStyledFont(); }
 
-StyleBox KyLineEdit::resolvePadding() const {
+KyLineEdit::StyleBox KyLineEdit::resolvePadding() const {
     StyleBox out{{kDefaultPaddingV, kDefaultPaddingH, kDefaultPaddingV, kDefaultPaddingH}};
     const StyleBox sheet = resolveStyledPadding();
     static const char* const kSides[4] = {"padding-top", "padding-right", "padding-bottom", "padding-left"};
