@@ -53,6 +53,8 @@ public:
     void mousePressEvent(MouseEvent* event) override;
     void mouseMoveEvent(MouseEvent* event) override;
     void mouseReleaseEvent(MouseEvent* event) override;
+    /// A quick second click is a click too: it flips the sort order.
+    void mouseDoubleClickEvent(MouseEvent* event) override { mousePressEvent(event); }
     void on_Hover_changed(const bool& value) override;
 
 private:

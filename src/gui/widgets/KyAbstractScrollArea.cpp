@@ -49,12 +49,14 @@ void KyAbstractScrollArea::setContentHeight(int contentHeight, int singleStep) {
     contentHeight_ = std::max(0, contentHeight);
     singleStep_ = std::max(1, singleStep);
     const bool hadBar = isVerticalBarVisible();
+    const KyRect thumbBefore = thumbRect_();
     pageStep_ = std::max(1, viewportRect().height);
     maximum_ = std::max(0, contentHeight_ - pageStep_);
     // The bar takes width from the viewport; its height is the same, so the
-    // page does not change when the bar appears.
+    // page does not change when the bar appears. A thumb that kept its
+    // pixels is not repainted: the damage would merge with the rows'.
     if (hadBar != isVerticalBarVisible()) update();
-    else updateRect(verticalBarRect());
+    else if (thumbRect_() != thumbBefore) updateRect(verticalBarRect());
     if (value_ > maximum_) {
         value_ = maximum_;
         update();
