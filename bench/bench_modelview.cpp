@@ -10,7 +10,6 @@
 // filter keystroke. Painting: a 1260x700 list view over 5000 rows, one
 // full frame through the widget tree, beside the floor of filling and
 // drawing the text of the same visible rows straight on the painter.
-#include <X11/Xlib.h>
 #include <benchmark/benchmark.h>
 
 #include <string>
@@ -23,6 +22,9 @@
 #include "gui/platform/KyScopedPlatformPainter.h"
 #include "gui/modelview/KySortFilterProxyModel.h"
 #include "gui/modelview/KyStandardItemModel.h"
+
+// Xlib last: its macros (None, Status) would break the framework's headers.
+#include <X11/Xlib.h>
 
 namespace {
 

@@ -12,7 +12,6 @@
 // Log view: one line appended to a 5000-line read-only code editor that
 // follows the end, highlighted, trimmed, and the frame it damages painted,
 // beside the floor of the same document work plus one fill and text.
-#include <X11/Xlib.h>
 #include <benchmark/benchmark.h>
 
 #include <cctype>
@@ -28,6 +27,9 @@
 #include "gui/text/KySyntaxHighlighter.h"
 #include "gui/text/KyTextCursor.h"
 #include "gui/text/KyTextDocument.h"
+
+// Xlib last: its macros (None, Status) would break the framework's headers.
+#include <X11/Xlib.h>
 
 namespace {
 

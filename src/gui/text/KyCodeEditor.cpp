@@ -9,7 +9,7 @@
 
 namespace {
 constexpr const char* kDefaultSheet =
-    "KyCodeEditor { font-family: \"DejaVu Sans Mono\"; font-size: 13px; gutter-background-color: rgb(247, 248, 250);"
+    "KyCodeEditor { font-family: DejaVu Sans Mono; font-size: 13px; gutter-background-color: rgb(247, 248, 250);"
     " gutter-color: rgb(140, 148, 160); current-line-background-color: rgb(245, 249, 255); }";
 constexpr KyColor kGutterLine{226, 229, 234};
 constexpr KyColor kCurrentNumber{55, 65, 81};

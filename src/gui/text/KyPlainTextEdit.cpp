@@ -329,25 +329,26 @@ void KyPlainTextEdit::paintLine_(KyPainter* painter, int block, const KyRect& li
         if (formats.empty()) {
             painter->drawText({x0, line.y, std::max(0, rightEdge - x0), line.height}, text, align, base, font);
         } else {
-            // Runs between format edges, each placed at its prefix's width.
+            // Runs between format edges, each placed where the one before
+            // ended in its own font (a bold run is wider than plain text).
             int at = 0;
+            int x = x0;
             auto drawRun = [&](int from, int to, const KyTextCharFormat* format) {
-                if (to <= from) return;
-                const int x = x0 + textWidth_(text, from);
-                if (x >= rightEdge) return;
+                if (to <= from || x >= rightEdge) return;
                 KyFont f = font;
                 KyColor colour = base;
                 if (format) {
                     if (format->hasForeground()) colour = format->foreground();
                     if (format->hasFontWeight()) f.weight = format->fontWeight();
                     if (format->hasFontItalic()) f.italic = format->fontItalic();
-                    if (format->hasBackground()) {
-                        const int w = textWidth_(text, to) - textWidth_(text, from);
-                        painter->fillRect({x, line.y + 1, w, line.height - 2}, format->background(), format->background(), 0);
-                    }
                 }
                 const KyString run(text.toStdString().substr(from, to - from));
+                const int w = KyWidgetPlatformAdapter::textWidthUntil(nativeHandle(), run, f, run.size(),
+                                                                      static_cast<int>(run.size()) * kFallbackCharWidth);
+                if (format && format->hasBackground())
+                    painter->fillRect({x, line.y + 1, w, line.height - 2}, format->background(), format->background(), 0);
                 painter->drawText({x, line.y, std::max(0, rightEdge - x), line.height}, run, align, colour, f);
+                x += w;
             };
             for (const KyTextFormatRange& r : formats) {
                 const int from = std::clamp(r.start, 0, length), to = std::clamp(r.end(), 0, length);
