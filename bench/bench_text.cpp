@@ -212,12 +212,13 @@ struct LogView {
     KyWidget* root = new KyWidget;
     KyCodeEditor* edit = new KyCodeEditor(root);
     kytest::WidgetWindow host{&app, root, 1260, 700};
-    LogHighlighter highlighter{edit->document()};
+    // The document owns its highlighter.
+    LogHighlighter* highlighter = new LogHighlighter(edit->document());
     LogView() {
         edit->setGeometry(0, 0, 1260, 700);
         edit->setReadOnly(true);
         edit->document()->setUndoRedoEnabled(false);
-        edit->setHighlighter(&highlighter);
+        edit->setHighlighter(highlighter);
         for (long i = 0; i < 5000; ++i) edit->appendPlainText(logLine(i));
         host.show();
         while (host.paints == 0) app.exec(5000);
