@@ -9,6 +9,9 @@
 // and the highlighting rules alone on the line (the colouring floor).
 // Editor: the text of the 40 blocks a screen shows, and a keystroke in the
 // middle of a 5000-line document, each beside the std::string equivalent.
+// Log view: one line appended to a 5000-line read-only code editor that
+// follows the end, highlighted, trimmed, and the frame it damages painted,
+// beside the floor of the same document work plus one fill and text.
 #include <benchmark/benchmark.h>
 
 #include <cctype>
@@ -17,9 +20,16 @@
 #include <utility>
 #include <vector>
 
+#include "../tests/support/KyTestWidgetWindow.h"
+#include "../tests/support/KyTestXvfb.h"
+#include "gui/platform/KyScopedPlatformPainter.h"
+#include "gui/text/KyCodeEditor.h"
 #include "gui/text/KySyntaxHighlighter.h"
 #include "gui/text/KyTextCursor.h"
 #include "gui/text/KyTextDocument.h"
+
+// Xlib last: its macros (None, Status) would break the framework's headers.
+#include <X11/Xlib.h>
 
 namespace {
 
@@ -193,6 +203,88 @@ void BM_BaselineKeystrokeInTheMiddleOfAString(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_BaselineKeystrokeInTheMiddleOfAString);
+
+
+// ---- The log view ----
+
+struct LogView {
+    KyGuiApplication app;
+    KyWidget* root = new KyWidget;
+    KyCodeEditor* edit = new KyCodeEditor(root);
+    kytest::WidgetWindow host{&app, root, 1260, 700};
+    // The document owns its highlighter.
+    LogHighlighter* highlighter = new LogHighlighter(edit->document());
+    LogView() {
+        edit->setGeometry(0, 0, 1260, 700);
+        edit->setReadOnly(true);
+        edit->document()->setUndoRedoEnabled(false);
+        edit->setHighlighter(highlighter);
+        for (long i = 0; i < 5000; ++i) edit->appendPlainText(logLine(i));
+        host.show();
+        while (host.paints == 0) app.exec(5000);
+    }
+    ~LogView() { delete root; }
+    // Paints what the append damaged, as the loop's Expose would.
+    void paintDamage() {
+        KyPlatformPaintEvent e;
+        const KyRect r = edit->viewportRect();
+        e.dirtyRect[0] = r.x, e.dirtyRect[1] = r.y, e.dirtyRect[2] = r.width, e.dirtyRect[3] = r.height;
+        e.surfaceSize = {1260, 700};
+        e.nativeWindow = e.nativeDrawable = host.id();
+        e.nativeDisplay = host.window()->nativeDisplay();
+        root->paintFromPlatform_(app.platformIntegration(), e, false);
+        XSync(static_cast<Display*>(host.window()->nativeDisplay()), False);
+    }
+};
+
+void BM_LogViewAppendOneLineAndPaint(benchmark::State& state) {
+    if (!kytest::Xvfb::instance().running()) return state.SkipWithError("no Xvfb");
+    LogView v;
+    long i = 5000;
+    for (auto _ : state) {
+        v.edit->appendPlainText(logLine(i++));
+        if (v.edit->document()->blockCount() > 5100) {
+            KyTextCursor cut(v.edit->document());
+            cut.movePosition(KyTextCursor::NextBlock, KyTextCursor::KeepAnchor, v.edit->document()->blockCount() - 5000);
+            cut.removeSelectedText();
+        }
+        v.paintDamage();
+    }
+    state.counters["following"] = v.edit->isFollowingEnd();
+}
+BENCHMARK(BM_LogViewAppendOneLineAndPaint)->Unit(benchmark::kMicrosecond);
+
+// The floor: the same document work, and the viewport repainted as one
+// fill and a text per visible line straight on the painter.
+void BM_BaselineLogAppendAndRawPaint(benchmark::State& state) {
+    if (!kytest::Xvfb::instance().running()) return state.SkipWithError("no Xvfb");
+    LogView v;
+    v.edit->setHighlighter(nullptr);
+    KyTextDocument doc;
+    doc.setUndoRedoEnabled(false);
+    LogHighlighter highlighter(&doc);
+    for (long i = 0; i < 5000; ++i) doc.appendPlainText(logLine(i));
+    KyPlatformPaintEvent e;
+    e.dirtyRect[2] = 1260, e.dirtyRect[3] = 700;
+    e.surfaceSize = {1260, 700};
+    e.nativeWindow = e.nativeDrawable = v.host.id();
+    e.nativeDisplay = v.host.window()->nativeDisplay();
+    const KyFont font = v.edit->resolveStyledFont();
+    const int lines = 700 / 20;
+    long i = 5000;
+    for (auto _ : state) {
+        appendToLog(doc, logLine(i++), 5000);
+        KyScopedPlatformPainter painter(v.app.platformIntegration(), e);
+        painter->clear(KyColor(255, 255, 255));
+        const int first = doc.blockCount() - lines;
+        for (int l = 0; l < lines; ++l)
+            painter->drawText({60, l * 20, 1180, 20}, doc.blockText(first + l), DrawTextFormat::AlignVCenter,
+                              KyColor(30, 30, 30), font);
+        painter->finalize();
+        XSync(static_cast<Display*>(v.host.window()->nativeDisplay()), False);
+    }
+}
+BENCHMARK(BM_BaselineLogAppendAndRawPaint)->Unit(benchmark::kMicrosecond);
 
 } // namespace
 

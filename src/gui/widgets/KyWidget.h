@@ -114,6 +114,8 @@ public:
     // Painting.
     /// Schedules a repaint of the widget's rectangle; cheap, merges damage.
     virtual void update();
+    /// Schedules a repaint of rect (local) only: views repaint the rows that changed.
+    void updateRect(const KyRect& rect);
     virtual void invalidateRect();
     virtual void paintEvent(PaintEvent* event);
 

@@ -31,6 +31,13 @@ void KyWidget::update() {
     wakeUpGuiThread_();
 }
 
+void KyWidget::updateRect(const KyRect& rect) {
+    if (destroying_ || !isVisibleInHierarchy() || inResizePass_()) return;
+    const KyRect shared = rect.intersected(clientRect());
+    if (shared.isEmpty()) return;
+    invalidateRootRect_(shared.translated(rootPos_.x, rootPos_.y));
+}
+
 void KyWidget::invalidateRect() {
     ky::gui::perf::addCount("invalidateRect");
     KyWidgetPlatformAdapter::invalidateRect(handle_, rootRect());

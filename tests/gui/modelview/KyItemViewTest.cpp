@@ -1,0 +1,189 @@
+// The item views on a private Xvfb: only visible rows are painted, model
+// changes repaint only the rows they move, mouse and keyboard (XTEST) drive
+// the selection model, and a header click sorts a proxy.
+#include <X11/keysym.h>
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "../../support/KyTestWidgetWindow.h"
+#include "../../support/KyTestX11.h"
+#include "gui/modelview/KyListView.h"
+#include "gui/modelview/KySortFilterProxyModel.h"
+#include "gui/modelview/KyTableView.h"
+
+namespace {
+
+// A flat model of n rows, "Row i" in column 0 and (n - i) in column 1.
+class Rows : public KyAbstractItemModel {
+public:
+    explicit Rows(int n) : n_(n) {}
+    KyModelIndex index(int row, int column, const KyModelIndex& = {}) const override {
+        return hasIndex(row, column) ? createIndex(row, column) : KyModelIndex();
+    }
+    KyModelIndex parent(const KyModelIndex&) const override { return {}; }
+    int rowCount(const KyModelIndex& p = {}) const override { return p.isValid() ? 0 : n_; }
+    int columnCount(const KyModelIndex& = {}) const override { return 2; }
+    KyAny data(const KyModelIndex& i, int role) const override {
+        if (role != KyItemDataRole::Display) return {};
+        return i.column() == 0 ? KyAny(KyString("Row " + std::to_string(i.row()))) : KyAny(n_ - i.row());
+    }
+    KyAny headerData(int section, KyOrientation, int) const override { return KyAny(KyString(section ? "Count" : "Name")); }
+    void insertAt(int row) { beginInsertRows({}, row, row), ++n_, endInsertRows(); }
+    void removeAt(int row) { beginRemoveRows({}, row, row), --n_, endRemoveRows(); }
+    void touch(int row) { emitRowsChanged(row, row); }
+
+private:
+    int n_;
+};
+
+// Notes the rows it is asked to paint.
+class CountingDelegate : public KyStyledItemDelegate {
+public:
+    void paint(KyPainter* p, const KyStyleOptionViewItem& o, const KyModelIndex& i) const override {
+        rows.insert(i.row());
+        KyStyledItemDelegate::paint(p, o, i);
+    }
+    mutable std::set<int> rows;
+};
+
+struct ItemViewTest : kytest::GuiFixture {
+    // The view fills all but a strip at the bottom, where settle() parks the pointer.
+    template <typename View> View* host(KyAbstractItemModel* m) {
+        root = new KyWidget;
+        auto* view = new View(root);
+        view->setGeometry(0, 0, 400, 300);
+        view->setModel(m);
+        view->setItemDelegate(&delegate);
+        window = std::make_unique<kytest::WidgetWindow>(app.get(), root, 400, 320);
+        window->show();
+        EXPECT_TRUE(runUntil([&] { return window->paints > 0; }));
+        settle();
+        return view;
+    }
+    void TearDown() override {
+        delete root;
+        window.reset();
+        GuiFixture::TearDown();
+    }
+    // Paints until no damage is left: a motion in the strip comes back after
+    // every Expose sent before it.
+    void settle() {
+        struct MoveCounter : KyObject {
+            int moves = 0;
+            bool eventFilter(KyObject*, KyEvent* e) override {
+                moves += e->type() == KyWidget::Event::MouseMove;
+                return false;
+            }
+        } counter;
+        root->installEventFilter(&counter);
+        for (int round = 0; round < 50; ++round) {
+            const int before = window->paints;
+            app->exec(1000);
+            const int moves = counter.moves;
+            user->sendMotion(window->id(), 395 - round % 2, 315);
+            ASSERT_TRUE(runUntil([&] { return counter.moves > moves; }));
+            if (window->paints == before && !KyWidgetPlatformAdapter::hasReadyDamage()) break;
+        }
+        root->removeEventFilter(&counter);
+    }
+    bool runUntil(const std::function<bool()>& pred, std::chrono::milliseconds d = kytest::kDeadline) {
+        return kytest::runGuiUntil(app.get(), pred, d);
+    }
+    void pointer(int x, int y) {
+        const KyPoint o = KyWidgetPlatformAdapter::clientOriginOnScreen(root->nativeHandle());
+        user->fakeMotion(o.x + x, o.y + y);
+    }
+    void click(int x, int y) {
+        pointer(x, y);
+        user->fakeButton(1, true);
+        user->fakeButton(1, false);
+    }
+    // XTEST key with the pointer over the view (focus follows the pointer on a bare server).
+    void key(KeySym sym, KeySym modifier = 0) {
+        Display* d = user->display();
+        if (modifier) XTestFakeKeyEvent(d, XKeysymToKeycode(d, modifier), True, CurrentTime);
+        XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), True, CurrentTime);
+        XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), False, CurrentTime);
+        if (modifier) XTestFakeKeyEvent(d, XKeysymToKeycode(d, modifier), False, CurrentTime);
+        XSync(d, False);
+    }
+    KyWidget* root = nullptr;
+    std::unique_ptr<kytest::WidgetWindow> window;
+    CountingDelegate delegate;
+};
+
+TEST_F(ItemViewTest, AListOfFiveThousandRowsPaintsOnlyVisibleRowsAndRepaintsOnlyWhatAChangeMoves) {
+    Rows model(5000);
+    auto* view = host<KyListView>(&model);
+    ASSERT_FALSE(delegate.rows.empty());
+    EXPECT_LE(*delegate.rows.rbegin(), view->lastVisibleRow());
+    EXPECT_TRUE(view->isVerticalBarVisible());
+
+    struct Row { const char* name; std::function<void()> change; int firstPainted; int lastPainted; };
+    const Row table[] = {
+        {"insert below the viewport", [&] { model.insertAt(4000); }, -1, -1},
+        {"remove below the viewport", [&] { model.removeAt(4000); }, -1, -1},
+        {"insert at row 3", [&] { model.insertAt(3); }, 3, view->lastVisibleRow()},
+        {"remove row 5", [&] { model.removeAt(5); }, 5, view->lastVisibleRow()},
+        {"data of row 2", [&] { model.touch(2); }, 2, 2},
+    };
+    for (const Row& row : table) {
+        delegate.rows.clear();
+        row.change();
+        settle();
+        if (row.firstPainted < 0) {
+            EXPECT_TRUE(delegate.rows.empty()) << row.name;
+            continue;
+        }
+        ASSERT_FALSE(delegate.rows.empty()) << row.name;
+        EXPECT_EQ(*delegate.rows.begin(), row.firstPainted) << row.name;
+        EXPECT_EQ(*delegate.rows.rbegin(), row.lastPainted) << row.name;
+    }
+}
+
+TEST_F(ItemViewTest, ClicksAndKeysMoveTheSelectionAndTheAccentFollows) {
+    Rows model(5000);
+    auto* view = host<KyListView>(&model);
+    KyItemSelectionModel* selection = view->selectionModel();
+    click(300, 2 * 30 + 15);
+    ASSERT_TRUE(runUntil([&] { return selection->isRowSelected(2); }));
+    settle();
+    EXPECT_EQ(user->pixel(window->id(), 350, 2 * 30 + 15), KyColor(229, 241, 251));
+    EXPECT_EQ(user->pixel(window->id(), 350, 1 * 30 + 15), KyColor(255, 255, 255));
+
+    struct Row { const char* name; KeySym sym; int row; };
+    const Row keys[] = {{"Down", XK_Down, 3}, {"Up", XK_Up, 2}, {"End", XK_End, 4999}, {"Home", XK_Home, 0},
+                        {"Page Down", XK_Page_Down, 8}};
+    for (const Row& row : keys) {
+        pointer(200, 150);
+        key(row.sym);
+        EXPECT_TRUE(runUntil([&] { return view->currentIndex().row() == row.row; })) << row.name;
+        EXPECT_EQ(selection->selectedRowCount(), 1) << row.name;
+        EXPECT_TRUE(selection->isRowSelected(row.row)) << row.name;
+        EXPECT_GE(row.row, view->firstVisibleRow()) << row.name << ": the current row is scrolled into view";
+        EXPECT_LE(row.row, view->lastVisibleRow()) << row.name;
+    }
+}
+
+TEST_F(ItemViewTest, AHeaderClickSortsTheProxyAndASecondClickReversesIt) {
+    Rows model(50);
+    KySortFilterProxyModel proxy;
+    proxy.setSourceModel(&model);
+    auto* table = host<KyTableView>(&proxy);
+    table->setSortingEnabled(true);
+    const int countX = table->horizontalHeader()->sectionPosition(1) + 30;
+    click(countX, 16);
+    ASSERT_TRUE(runUntil([&] { return proxy.sortColumn() == 1; }));
+    EXPECT_EQ(proxy.index(0, 1).data().toInt(), 1);
+    click(countX, 16);
+    ASSERT_TRUE(runUntil([&] { return proxy.sortOrder() == KySortOrder::Descending; }));
+    EXPECT_EQ(proxy.index(0, 1).data().toInt(), 50);
+    // Painted in the new order: the first row under the header is the largest count.
+    settle();
+    EXPECT_EQ(table->indexAt({countX, 32 + 15}).data().toInt(), 50);
+}
+
+} // namespace

@@ -1,0 +1,111 @@
+// The text editors on a private Xvfb: a read-only log view follows the end
+// while the reader is there and stops when the reader scrolls up (wheel by
+// XTEST), a drag selection and Ctrl+C reach the clipboard, and typed keys
+// edit an editable one.
+#include <X11/keysym.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "../../support/KyTestWidgetWindow.h"
+#include "../../support/KyTestX11.h"
+#include "gui/text/KyCodeEditor.h"
+
+namespace {
+
+struct TextEditorTest : kytest::GuiFixture {
+    void SetUp() override {
+        GuiFixture::SetUp();
+        root = new KyWidget;
+        edit = new KyCodeEditor(root);
+        edit->setGeometry(0, 0, 400, 300);
+        window = std::make_unique<kytest::WidgetWindow>(app.get(), root, 400, 320);
+        window->show();
+        ASSERT_TRUE(runUntil([&] { return window->paints > 0; }));
+    }
+    void TearDown() override {
+        delete root;
+        window.reset();
+        GuiFixture::TearDown();
+    }
+    void pointer(int x, int y) {
+        const KyPoint o = KyWidgetPlatformAdapter::clientOriginOnScreen(root->nativeHandle());
+        user->fakeMotion(o.x + x, o.y + y);
+    }
+    void key(KeySym sym, KeySym modifier = 0) {
+        Display* d = user->display();
+        if (modifier) XTestFakeKeyEvent(d, XKeysymToKeycode(d, modifier), True, CurrentTime);
+        XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), True, CurrentTime);
+        XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), False, CurrentTime);
+        if (modifier) XTestFakeKeyEvent(d, XKeysymToKeycode(d, modifier), False, CurrentTime);
+        XSync(d, False);
+    }
+    void appendLines(int from, int to) {
+        for (int i = from; i < to; ++i) edit->appendPlainText(KyString("12:00:0" + std::to_string(i % 10) + " line " + std::to_string(i)));
+    }
+    KyWidget* root = nullptr;
+    KyCodeEditor* edit = nullptr;
+    std::unique_ptr<kytest::WidgetWindow> window;
+};
+
+TEST_F(TextEditorTest, ALogViewFollowsTheEndUntilTheReaderScrollsUpAndAgainWhenBackAtTheEnd) {
+    edit->setReadOnly(true);
+    edit->requestFocus();
+    appendLines(0, 200);
+    EXPECT_TRUE(edit->isFollowingEnd());
+    EXPECT_EQ(edit->verticalValue(), edit->verticalMaximum());
+    EXPECT_GE(edit->firstVisibleBlock() + edit->visibleLineCount(), 199);
+
+    pointer(200, 150);
+    user->fakeButton(4, true);
+    user->fakeButton(4, false);
+    ASSERT_TRUE(runUntil([&] { return edit->verticalValue() < edit->verticalMaximum(); }));
+    EXPECT_FALSE(edit->isFollowingEnd());
+    const int first = edit->firstVisibleBlock();
+    appendLines(200, 260);
+    EXPECT_EQ(edit->firstVisibleBlock(), first) << "the reader's place is kept";
+    EXPECT_EQ(edit->document()->blockCount(), 260);
+
+    key(XK_End, XK_Control_L);
+    ASSERT_TRUE(runUntil([&] { return edit->isFollowingEnd(); }));
+    appendLines(260, 300);
+    EXPECT_EQ(edit->verticalValue(), edit->verticalMaximum());
+    EXPECT_GE(edit->firstVisibleBlock() + edit->visibleLineCount(), 299);
+}
+
+TEST_F(TextEditorTest, ADragSelectionAndCtrlCPutTheSelectedTextOnTheClipboard) {
+    edit->setReadOnly(true);
+    edit->setPlainText("alpha beta\ngamma delta\nepsilon");
+    ASSERT_TRUE(runUntil([&] { return window->paints > 1; }));
+    // From the start of line 1 to the far right of line 2.
+    const int x0 = edit->lineNumberAreaWidth() + 1 + 8;
+    const int lh = edit->lineHeight();
+    pointer(x0 + 1, 1 + lh / 2);
+    user->fakeButton(1, true);
+    pointer(390 - 20, 1 + lh + lh / 2);
+    user->fakeButton(1, false);
+    ASSERT_TRUE(runUntil([&] { return edit->textCursor().selectedText() == KyString("alpha beta\ngamma delta"); }))
+        << edit->textCursor().selectedText().toStdString();
+    key(XK_c, XK_Control_L);
+    EXPECT_TRUE(runUntil([&] { return platform()->clipboardText() == KyString("alpha beta\ngamma delta"); }));
+    // The selection shows in the selection colour behind the text.
+    EXPECT_TRUE(runUntil([&] { return user->pixel(window->id(), x0 + 20, 1 + 2) == KyColor(204, 228, 247); }));
+}
+
+TEST_F(TextEditorTest, AnEditableEditorTakesTypingAndUndoesIt) {
+    edit->setPlainText("ab");
+    pointer(200, 150);
+    user->fakeButton(1, true);
+    user->fakeButton(1, false);
+    ASSERT_TRUE(runUntil([&] { return edit->hasFocus(); }));
+    key(XK_End);
+    key(XK_x);
+    key(XK_Return);
+    key(XK_y);
+    ASSERT_TRUE(runUntil([&] { return edit->toPlainText() == KyString("abx\ny"); })) << edit->toPlainText().toStdString();
+    key(XK_z, XK_Control_L);
+    EXPECT_TRUE(runUntil([&] { return edit->toPlainText().size() < 5; }));
+}
+
+} // namespace
