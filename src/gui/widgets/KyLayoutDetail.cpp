@@ -39,7 +39,8 @@ int defaultWidgetSizePolicy_(const KyWidgetInterface* widget, int axis) {
         {"KyScrollArea", Expanding, Expanding}, {"KySplitter", Expanding, Expanding},
         {"KyTabWidget", Expanding, Expanding},  {"KyToolBox", Expanding, Expanding},
         {"KyStackedWidget", Expanding, Expanding}, {"KyTextEdit", Expanding, Expanding},
-        {"KyPlainTextEdit", Expanding, Expanding},
+        {"KyPlainTextEdit", Expanding, Expanding}, {"KyTabBar", Expanding, Fixed},
+        {"KyStatusLight", Fixed, Fixed},
     };
     if (!widget) return Preferred;
     // Most derived first: a subclass of KyLineEdit is sized like one unless

@@ -154,6 +154,10 @@ public:
     void clearFocus();
     /// The focused widget in this widget's window, or null.
     KyWidget* focusWidget() const;
+    /// True when Tab may give this widget the focus: it is enabled and visible
+    /// in the hierarchy, and it is a keyboard control (StrongFocus, or a class
+    /// such as a button, a check box or a text field). Labels and frames are not.
+    virtual bool acceptsTabFocus() const;
 
     // Root-side entry points for top-level windows.
     void dispatchMouseEventFromRoot_(MouseEvent* event);

@@ -90,3 +90,19 @@ void KyWidget::removeFocusOwnerEntriesForWidget_() {
         else ++it;
     }
 }
+
+bool KyWidget::acceptsTabFocus() const {
+    if (!getEnable() || getFocusPolicy() == NoClickFocus || !isVisibleInHierarchy()) return false;
+    if (getFocusPolicy() == StrongFocus) return true;
+    // Controls that work from the keyboard, by class, so that a control
+    // which keeps the default policy still joins the chain.
+    static const char* const kKeyboardControls[] = {
+        "KyPushButton", "KyToolButton", "KyCheckBox",  "KyRadioButton",  "KyLineEdit",      "KyComboBox",
+        "KySpinBox",    "KyDoubleSpinBox", "KySlider", "KyTabBar",       "KyListView",      "KyTableView",
+        "KyTreeView",   "KyTextEdit",   "KyPlainTextEdit", "KyCodeEditor",
+    };
+    for (const KyString& cls : classHierarchy())
+        for (const char* name : kKeyboardControls)
+            if (cls == name) return true;
+    return false;
+}

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "core/runtime/KyCoreApplication.h"
+#include "gui/widgets/KyFocusChain.h"
 #include "gui/widgets/KyWidget.h"
 #include "gui/widgets/KyWidgetPerf.h"
 
@@ -230,6 +231,9 @@ void KyWidget::dispatchKeyEventFromRoot_(KeyEvent* event) {
             target = target->parentWidget();
         }
     }
+    // Tab the focused widget left alone moves the focus, before any shortcut sees it.
+    if (press && !event->isAccepted() && KyObject::isLive(this) && KyFocusChain::handleTabKey(this, event))
+        event->accept();
     // Shortcuts come last: a key a widget took never reaches one.
     if (press && !event->isAccepted() && KyObject::isLive(this))
         if (const KeyShortcutHook& hook = shortcutHook()) hook(this, event);
