@@ -312,6 +312,9 @@ void KyMenu::ensurePopup() {
     if (!popupList() && popupOverlay()) {
         list_ = new PopupList(this, overlay_);
         list_->hide();
+        // A list that fills a window of its own has square corners: nothing
+        // would paint behind rounded ones.
+        if (nativeWindow_ && !parentMenu()) list_->setStyleSheet("PopupList { border-radius: 0px; }");
     }
 }
 
