@@ -160,7 +160,8 @@ TEST_F(Windows, MessageBoxExecReturnsTheChosenCode) {
             row.choose(*this, box);
         });
         EXPECT_EQ(box.exec(), row.code);
-        EXPECT_FALSE(mapped(box.platformWindow()->nativeHandle()));
+        // The unmap travels on the box's connection: wait for the server to have it.
+        EXPECT_TRUE(runUntil([&] { return !mapped(box.platformWindow()->nativeHandle()); }));
     }
 }
 
