@@ -11,7 +11,7 @@ packages=(
   googletest libgtest-dev libbenchmark-dev
   clang libclang-rt-14-dev
   xvfb xauth x11-utils procps
-  libxtst-dev xclip
+  libxtst-dev xclip trayer
   fonts-dejavu-core xfonts-utils x11-xserver-utils
 )
 

@@ -11,6 +11,7 @@
 #include "core/types/KyString.h"
 #include "gui/platform/KyPlatformImage.h"
 #include "gui/platform/KyPlatformPainter.h"
+#include "gui/platform/KyPlatformTrayIcon.h"
 #include "gui/platform/KyPlatformTypes.h"
 #include "gui/platform/KyPlatformWindow.h"
 
@@ -37,4 +38,9 @@ public:
     virtual KyString clipboardText() = 0;
     virtual void setClipboardText(const KyString& text) = 0;
     virtual KyString name() const = 0;
+    /// Docks window into the desktop's system tray; null where there is no tray protocol.
+    virtual std::unique_ptr<KyPlatformTrayIcon> createTrayIcon(KyPlatformWindow* window) {
+        (void)window;
+        return nullptr;
+    }
 };

@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <vector>
 
 /// Width and height of a native surface, in pixels.
 struct KyPlatformSize {
@@ -64,6 +65,15 @@ struct KyKeyEvent {
     bool alt = false;
     wchar_t text = 0;
     bool hasText = false;
+};
+
+/// An icon as the window system takes it: width times height pixels, each
+/// 0xAARRGGBB, row by row from the top.
+struct KyPlatformIcon {
+    std::int32_t width = 0;
+    std::int32_t height = 0;
+    std::vector<std::uint32_t> argb;
+    bool isNull() const { return width <= 0 || height <= 0 || argb.size() < static_cast<std::size_t>(width) * height; }
 };
 
 /// Creation options of a native window; the X11 backend reads none of them.

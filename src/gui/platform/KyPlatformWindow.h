@@ -20,6 +20,15 @@ public:
     virtual void move(int x, int y) = 0;
     /// Schedules a repaint of the whole window through the expose tracker.
     virtual void requestUpdate() = 0;
+    /// The class pair the window manager and task bars group windows by (WM_CLASS).
+    virtual void setWindowClass(const KyString& instanceName, const KyString& className) { (void)instanceName, (void)className; }
+    /// The icon task bars and window lists show (_NET_WM_ICON).
+    virtual void setIcon(const KyPlatformIcon& icon) { (void)icon; }
+    /// A popup (a menu or tool tip) is placed by us, never decorated or moved by the window manager.
+    virtual void setPopup(bool popup) { (void)popup; }
+    /// While a popup is open every press reaches it, also one outside it; false when the server refused.
+    virtual bool grabPointer() { return false; }
+    virtual void ungrabPointer() {}
     virtual KyNativeWindowId nativeHandle() const = 0;
     virtual void* nativeDisplay() const = 0;
 };

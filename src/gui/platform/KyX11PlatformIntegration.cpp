@@ -10,6 +10,9 @@
 #include <cstdlib>
 #include <stdexcept>
 
+#include <errno.h>
+#include <unistd.h>
+
 #include "core/io/KyDebug.h"
 #include "core/runtime/KyCoreApplication.h"
 #include "core/runtime/KyIoDispatcher.h"
@@ -19,6 +22,7 @@
 #include "gui/platform/KyX11Painter.h"
 #include "gui/platform/KyX11PlatformImage.h"
 #include "gui/platform/KyX11PlatformWindow.h"
+#include "gui/platform/KyX11TrayIcon.h"
 
 namespace {
 
@@ -173,11 +177,36 @@ std::unique_ptr<KyPlatformWindow> KyX11PlatformIntegration::createWindow(const K
     XSelectInput(display_, id, kWindowEventMask);
     XSetWMProtocols(display_, id, &wmDeleteWindow_, 1);
     GC gc = XCreateGC(display_, id, 0, nullptr);
-    XStoreName(display_, id, title.c_str());
     window->attach_(id, gc, KyPlatformSize{w, h});
+    window->setTitle(title);
+    setWindowIdentity_(id);
     std::lock_guard lock(windowsMutex_);
     windows_[id] = window.get();
     return window;
+}
+
+void KyX11PlatformIntegration::setWindowIdentity_(Window id) {
+    // Task bars group windows by WM_CLASS and find their process by
+    // _NET_WM_PID, which only counts together with WM_CLIENT_MACHINE.
+    const KyString instance = program_invocation_short_name ? program_invocation_short_name : "velmo";
+    KyString klass = instance;
+    if (!klass.isEmpty() && klass[0] >= 'a' && klass[0] <= 'z') klass[0] = static_cast<char>(klass[0] - 'a' + 'A');
+    XClassHint hint;
+    hint.res_name = const_cast<char*>(instance.c_str());
+    hint.res_class = const_cast<char*>(klass.c_str());
+    XSetClassHint(display_, id, &hint);
+    char host[256] = {0};
+    if (gethostname(host, sizeof host - 1) == 0) {
+        XTextProperty property{};
+        char* list[] = {host};
+        if (XStringListToTextProperty(list, 1, &property)) {
+            XSetWMClientMachine(display_, id, &property);
+            XFree(property.value);
+        }
+    }
+    const unsigned long pid = static_cast<unsigned long>(getpid());
+    XChangeProperty(display_, id, XInternAtom(display_, "_NET_WM_PID", False), XA_CARDINAL, 32, PropModeReplace,
+                    reinterpret_cast<const unsigned char*>(&pid), 1);
 }
 
 void KyX11PlatformIntegration::unregisterWindow_(Window window) {
@@ -231,7 +260,28 @@ void KyX11PlatformIntegration::processPlatformEvents() {
     }
 }
 
+int KyX11PlatformIntegration::addEventFilter(EventFilter filter) {
+    const int id = ++nextFilterId_;
+    eventFilters_.emplace_back(id, std::move(filter));
+    return id;
+}
+
+void KyX11PlatformIntegration::removeEventFilter(int id) {
+    std::erase_if(eventFilters_, [id](const auto& entry) { return entry.first == id; });
+}
+
+std::unique_ptr<KyPlatformTrayIcon> KyX11PlatformIntegration::createTrayIcon(KyPlatformWindow* window) {
+    if (!display_ || !window || !window->nativeHandle()) return nullptr;
+    return std::make_unique<KyX11TrayIcon>(this, static_cast<Window>(window->nativeHandle()));
+}
+
 void KyX11PlatformIntegration::dispatch_(XEvent& event) {
+    if (!eventFilters_.empty()) {
+        // A copy: a filter may add or remove filters.
+        const auto filters = eventFilters_;
+        for (const auto& [id, filter] : filters)
+            if (filter(event)) return;
+    }
     switch (event.type) {
     case KeyPress:
     case KeyRelease:

@@ -20,6 +20,8 @@
 #include <mutex>
 #include <string>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
 #include "gui/platform/KyPlatformIntegration.h"
 
@@ -60,12 +62,20 @@ public:
     /// Asks selection's owner for its text as "UTF8_STRING" and waits up to
     /// 40 polls of 5 ms for the answer.
     KyString requestClipboardText(Atom selection);
+    std::unique_ptr<KyPlatformTrayIcon> createTrayIcon(KyPlatformWindow* window) override;
+
+    /// A look at every X event before the pump routes it; returning true consumes it.
+    using EventFilter = std::function<bool(XEvent&)>;
+    int addEventFilter(EventFilter filter);
+    void removeEventFilter(int id);
 
 private:
     friend class KyX11PlatformWindow;
     /// The callbacks of a window, copied under the map mutex (false when unknown).
     bool findWindowCallbacks_(Window window, KyWindowCallbacks& out, KyPlatformSize* size = nullptr);
     void unregisterWindow_(Window window);
+    /// WM_CLASS, WM_CLIENT_MACHINE and _NET_WM_PID of a new top-level.
+    void setWindowIdentity_(Window id);
     void dispatch_(XEvent& event);
     void handleKey_(XKeyEvent& event);
     void handleButton_(const XButtonEvent& event);
@@ -97,6 +107,9 @@ private:
     int lastPressButton_ = 0;
     int lastPressX_ = 0;
     int lastPressY_ = 0;
+
+    std::vector<std::pair<int, EventFilter>> eventFilters_;
+    int nextFilterId_ = 0;
 
     std::mutex clipboardMutex_;
     std::string clipboardTextUtf8_;

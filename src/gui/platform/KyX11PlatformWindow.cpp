@@ -1,7 +1,11 @@
 // KyX11PlatformWindow: window operations and the clean-up of its X resources.
 #include "gui/platform/KyX11PlatformWindow.h"
 
+#include <X11/Xatom.h>
+#include <X11/Xutil.h>
+
 #include <algorithm>
+#include <vector>
 
 #include "gui/platform/KyWidgetPlatformAdapter.h"
 #include "gui/platform/KyX11Painter.h"
@@ -51,6 +55,59 @@ void KyX11PlatformWindow::hide() {
 void KyX11PlatformWindow::setTitle(const KyString& utf8) {
     if (!display_ || !window_) return;
     XStoreName(display_, window_, utf8.c_str());
+    // WM_NAME is Latin-1 by definition; window managers read the UTF-8 title here.
+    XChangeProperty(display_, window_, XInternAtom(display_, "_NET_WM_NAME", False),
+                    XInternAtom(display_, "UTF8_STRING", False), 8, PropModeReplace,
+                    reinterpret_cast<const unsigned char*>(utf8.c_str()), static_cast<int>(utf8.size()));
+}
+
+void KyX11PlatformWindow::setWindowClass(const KyString& instanceName, const KyString& className) {
+    if (!display_ || !window_) return;
+    XClassHint hint;
+    hint.res_name = const_cast<char*>(instanceName.c_str());
+    hint.res_class = const_cast<char*>(className.c_str());
+    XSetClassHint(display_, window_, &hint);
+}
+
+void KyX11PlatformWindow::setIcon(const KyPlatformIcon& icon) {
+    if (!display_ || !window_) return;
+    const Atom atom = XInternAtom(display_, "_NET_WM_ICON", False);
+    if (icon.isNull()) {
+        XDeleteProperty(display_, window_, atom);
+        return;
+    }
+    // Format 32 travels as longs on the client side, whatever their width.
+    std::vector<unsigned long> data;
+    data.reserve(2 + icon.argb.size());
+    data.push_back(static_cast<unsigned long>(icon.width));
+    data.push_back(static_cast<unsigned long>(icon.height));
+    for (std::size_t i = 0; i < static_cast<std::size_t>(icon.width) * icon.height; ++i) data.push_back(icon.argb[i]);
+    XChangeProperty(display_, window_, atom, XA_CARDINAL, 32, PropModeReplace,
+                    reinterpret_cast<const unsigned char*>(data.data()), static_cast<int>(data.size()));
+}
+
+void KyX11PlatformWindow::setPopup(bool popup) {
+    if (!display_ || !window_) return;
+    XSetWindowAttributes attributes{};
+    attributes.override_redirect = popup ? True : False;
+    attributes.save_under = popup ? True : False;
+    XChangeWindowAttributes(display_, window_, CWOverrideRedirect | CWSaveUnder, &attributes);
+}
+
+bool KyX11PlatformWindow::grabPointer() {
+    if (!display_ || !window_) return false;
+    // Owner events: presses inside our own windows arrive as usual, presses
+    // anywhere else arrive here in this window's coordinates.
+    const unsigned mask = ButtonPressMask | ButtonReleaseMask | PointerMotionMask;
+    const int result = XGrabPointer(display_, window_, True, mask, GrabModeAsync, GrabModeAsync, None, None, CurrentTime);
+    XFlush(display_);
+    return result == GrabSuccess;
+}
+
+void KyX11PlatformWindow::ungrabPointer() {
+    if (!display_) return;
+    XUngrabPointer(display_, CurrentTime);
+    XFlush(display_);
 }
 
 void KyX11PlatformWindow::resize(int width, int height) {

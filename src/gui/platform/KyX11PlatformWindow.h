@@ -27,6 +27,11 @@ public:
     void resize(int width, int height) override;
     void move(int x, int y) override;
     void requestUpdate() override;
+    void setWindowClass(const KyString& instanceName, const KyString& className) override;
+    void setIcon(const KyPlatformIcon& icon) override;
+    void setPopup(bool popup) override;
+    bool grabPointer() override;
+    void ungrabPointer() override;
     KyNativeWindowId nativeHandle() const override { return window_; }
     void* nativeDisplay() const override { return display_; }
 
