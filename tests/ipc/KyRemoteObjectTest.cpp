@@ -62,11 +62,7 @@ void PrintTo(const KyJsonValue& value, std::ostream* os) { *os << text(value); }
 // ---- Names and pure helpers ----
 
 TEST(RemoteConfigNames, ObjectPathDropsOuterSlashesAndTurnsBackslashes) {
-    struct Row {
-        const char* nameSpace;
-        const char* objectName;
-        const char* expected;
-    };
+    struct Row { const char* nameSpace; const char* objectName; const char* expected; };
     const Row rows[] = {
         {"velnet", "gui", "velnet/gui"},
         {"velnet", "VelmoVpnAgent", "velnet/VelmoVpnAgent"},
@@ -83,10 +79,7 @@ TEST(RemoteConfigNames, ObjectPathDropsOuterSlashesAndTurnsBackslashes) {
 }
 
 TEST(RemoteConfigNames, ConfigPathsAreNormalised) {
-    struct Row {
-        const char* input;
-        const char* expected;
-    };
+    struct Row { const char* input; const char* expected; };
     const Row rows[] = {
         {"vpn/filter/enabled", "vpn/filter/enabled"}, {"  a/b \t", "a/b"}, {"\\a\\\\b\\", "a/b"},
         {"//a///b//", "a/b"}, {"vpn\\filter/enabled", "vpn/filter/enabled"}, {"", ""}, {"/", ""}, {" // ", ""},
@@ -96,11 +89,7 @@ TEST(RemoteConfigNames, ConfigPathsAreNormalised) {
 }
 
 TEST(RemoteConfigNames, FileNamesKeepOnlySafeBytes) {
-    struct Row {
-        const char* input;
-        const char* nsForFile;
-        const char* safeName;
-    };
+    struct Row { const char* input; const char* nsForFile; const char* safeName; };
     const Row rows[] = {
         {"velnet/gui", "velnet_gui", "velnet_gui"},
         {"/a\\b/", "a_b", "_a_b_"},
@@ -118,12 +107,7 @@ TEST(RemoteConfigNames, FileNamesKeepOnlySafeBytes) {
 }
 
 TEST(RemoteConfigMerge, DeepMergeRecursesIntoObjectsAndReplacesEverythingElse) {
-    struct Row {
-        const char* name;
-        const char* dst;
-        const char* src;
-        const char* expected;
-    };
+    struct Row { const char* name; const char* dst; const char* src; const char* expected; };
     const Row rows[] = {
         {"adds keys", R"({"a":1})", R"({"b":2})", R"({"a":1,"b":2})"},
         {"replaces scalars", R"({"a":1})", R"({"a":"x"})", R"({"a":"x"})"},
@@ -141,11 +125,7 @@ TEST(RemoteConfigMerge, DeepMergeRecursesIntoObjectsAndReplacesEverythingElse) {
 }
 
 TEST(RemoteConfigMerge, DeepEqualityComparesNumbersByValue) {
-    struct Row {
-        const char* a;
-        const char* b;
-        bool equal;
-    };
+    struct Row { const char* a; const char* b; bool equal; };
     const Row rows[] = {
         {"1", "1.0", true},          {"1", "1.5", false},     {"-3", "-3e0", true},     {"0.5", "0.5", true},
         {"1", "\"1\"", false},       {"true", "1", false},    {"null", "null", true},   {"null", "{}", false},
@@ -241,18 +221,6 @@ struct RemoteObjectTest : kytest::LoopFixture {
 };
 
 }  // namespace
-
-TEST_F(RemoteObjectTest, FilesFollowTheLayerLayout) {
-    auto object = make();
-    EXPECT_EQ(object->objectPath(), KyString("velnet/gui"));
-    EXPECT_EQ(object->getObjectName(), KyString("gui"));
-    EXPECT_EQ(object->globalConfigPath(), globalPath());
-    EXPECT_EQ(object->localConfigPath(), localPath());
-    EXPECT_EQ(object->userConfigPath(), userPath());
-    for (const char* layer : {"/global", "/local", "/user"}) EXPECT_TRUE(KyDir::exists(root + layer)) << layer;
-    auto odd = make("a b");
-    EXPECT_EQ(odd->globalConfigPath(), root + "/global/a_b.json");
-}
 
 TEST_F(RemoteObjectTest, LayersMergeUserOverLocalOverGlobal) {
     writeFile(globalPath(), R"({"a":1,"n":{"x":1,"y":1},"list":[1,2,3]})");
@@ -384,6 +352,7 @@ TEST_F(RemoteObjectTest, BurstOfChangesMakesOneWrite) {
 
 TEST_F(RemoteObjectTest, PendingSaveIsWrittenWhenTheObjectIsDestroyed) {
     auto object = make();
+    for (const char* layer : {"/global", "/local", "/user"}) EXPECT_TRUE(KyDir::exists(root + layer)) << layer;
     object->setConfigValue("ui/theme", KyJsonValue("blue"));
     EXPECT_TRUE(object->hasPendingSave());
     EXPECT_FALSE(KyFileInfo(userPath()).exists()) << "the save waits for its delay";
