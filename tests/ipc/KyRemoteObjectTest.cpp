@@ -104,6 +104,8 @@ TEST(RemoteConfigNames, FileNamesKeepOnlySafeBytes) {
         EXPECT_EQ(KyRemoteObject::sanitizeNsForFile_(row.input), KyString(row.nsForFile)) << "'" << row.input << "'";
         EXPECT_EQ(KyRemoteObject::safeFileName_(row.input), KyString(row.safeName)) << "'" << row.input << "'";
     }
+    // The ends of each kept range stay; their neighbours do not.
+    EXPECT_EQ(KyRemoteObject::safeFileName_("azAZ09`{@[/:"), KyString("azAZ09______"));
 }
 
 TEST(RemoteConfigMerge, DeepMergeRecursesIntoObjectsAndReplacesEverythingElse) {
@@ -131,7 +133,8 @@ TEST(RemoteConfigMerge, DeepEqualityComparesNumbersByValue) {
         {"1", "\"1\"", false},       {"true", "1", false},    {"null", "null", true},   {"null", "{}", false},
         {"[1,2]", "[1.0,2]", true},  {"[1,2]", "[2,1]", false}, {"[1]", "[1,1]", false},
         {R"({"a":1,"b":[2]})", R"({"b":[2.0],"a":1})", true}, {R"({"a":1})", R"({"a":1,"b":2})", false},
-        {"9223372036854775807", "9.3e18", false},
+        {"9223372036854775807", "9.3e18", false}, {"-9223372036854775808", "9223372036854775808.0", false},
+        {"-9223372036854775808", "-9223372036854775808.0", true},
     };
     for (const Row& row : rows) {
         EXPECT_EQ(KyRemoteObject::jsonDeepEqual_(json(row.a), json(row.b)), row.equal) << row.a << " vs " << row.b;
@@ -221,6 +224,19 @@ struct RemoteObjectTest : kytest::LoopFixture {
 };
 
 }  // namespace
+
+TEST_F(RemoteObjectTest, ARelativeRootIsTakenFromTheCurrentFolder) {
+    const std::string cwd = KyDir::currentPath().toStdString();
+    std::string up;  // from the current folder back to "/", then down to the test's root
+    for (char c : cwd) up += c == '/' ? "../" : "";
+    const KyString relative = KyString(up) + root.mid(1);
+    KyRemoteObject::setDefaultConfigRoot(relative);
+    auto object = make();
+    EXPECT_EQ(object->userConfigPath(), KyDir::currentPath() + "/" + relative + "/user/" + domain.name() + "_velnet_gui.json");
+    object->setConfigValue("k", KyJsonValue(1));
+    object.reset();
+    EXPECT_EQ(readJsonFile(userPath()), json(R"({"k":1})"));
+}
 
 TEST_F(RemoteObjectTest, LayersMergeUserOverLocalOverGlobal) {
     writeFile(globalPath(), R"({"a":1,"n":{"x":1,"y":1},"list":[1,2,3]})");
@@ -392,6 +408,11 @@ TEST_F(RemoteObjectTest, SaveAsFactoryMovesTheMergedConfigurationToTheLocalLayer
     writeFile(userPath(), R"({"b":{"c":2}})");
     auto object = make();
     const KyJsonValue merged = json(R"({"a":1,"b":{"c":2}})");
+    // A local layer that cannot be written (a folder stands in its place) changes nothing.
+    ASSERT_TRUE(KyDir::createPathTree(localPath()));
+    EXPECT_FALSE(object->saveAsFactory());
+    EXPECT_EQ(KyJsonValue(object->userConfig()), json(R"({"b":{"c":2}})"));
+    ASSERT_TRUE(KyDir::removeRecursively(localPath()));
     EXPECT_TRUE(object->saveAsFactory());
     EXPECT_EQ(readJsonFile(localPath()), merged);
     EXPECT_FALSE(KyFileInfo(userPath()).exists());
