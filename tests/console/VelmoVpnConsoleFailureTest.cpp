@@ -196,16 +196,6 @@ TEST(VelmoVpnConsoleCrashWords, OnlyWholeCrashWordsCount) {
     }
 }
 
-TEST_F(VelmoVpnConsoleFailureTest, MarkerIsShownOnceAndRemoved) {
-    std::filesystem::create_directories(crashDir_);
-    std::ofstream(markerPath()) << "log=/tmp/x\n";
-    const auto boxes = VelmoVpnConsoleFailure::takeLastReportBoxes();
-    ASSERT_EQ(boxes.size(), 1u);
-    EXPECT_EQ(plain(boxes[0].detailLines), std::vector<std::string>{"Log: /tmp/x"});
-    EXPECT_FALSE(std::filesystem::exists(markerPath()));
-    EXPECT_TRUE(VelmoVpnConsoleFailure::takeLastReportBoxes().isEmpty());
-}
-
 TEST_F(VelmoVpnConsoleFailureTest, EveryCrashWordCrashesForRealAndIsReportedOnce) {
     for (const char* word : {"-crash_test", "--crash-test", "--crash-handler-smoke"}) {
         SCOPED_TRACE(word);

@@ -60,15 +60,6 @@ bool contains(const std::vector<uint32_t>& v, pid_t pid) {
 
 }  // namespace
 
-TEST_F(ChannelTest, PublishInOneProcessWakesASubscriberInAnother) {
-    kytest::Child sub;
-    ASSERT_TRUE(startPeer(sub, {"subscribe", "news"}));
-    ASSERT_TRUE(sub.waitForText("ready\n", 20s));
-    Signal<KyString> news(registry, "news");
-    news.publish("hello");
-    EXPECT_TRUE(sub.waitForText("value hello\n", 20s)) << sub.out();
-}
-
 TEST_F(ChannelTest, TenPublishesBeforeTheLoopRunsGiveOneCallbackWithTheLastValue) {
     kytest::Child sub;
     ASSERT_TRUE(startPeer(sub, {"subscribe", "burst", "--wait-go"}));

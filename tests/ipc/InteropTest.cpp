@@ -22,10 +22,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-struct Outcome {
-    int rc;
-    std::string out;
-};
+struct Outcome { int rc; std::string out; };
 
 class Interop : public ::testing::Test {
 protected:
@@ -158,11 +155,7 @@ TEST_F(Interop, PeerClientCallsAFrameworkServer) {
     auto server = start("ky_rpc_peer", {"serve", domain_, "velnet/Agent"});
     for (const char* method : {"echo", "check", "add", "sum64", "pid", "sleep", "fail", "throw"})
         created("velnet/Agent", std::string("__rpc__|100|") + method);
-    struct Row {
-        std::vector<std::string> args;
-        int rc;
-        std::string out;
-    };
+    struct Row { std::vector<std::string> args; int rc; std::string out; };
     const std::string serverPid = std::to_string(server->pid());
     const Row rows[] = {
         {{"check", "s", "hello"}, 0, "result true\n"},
@@ -202,32 +195,25 @@ TEST_F(Interop, QueueCapacityAgreesAcrossImplementations) {
     }
 }
 
-TEST_F(Interop, FrameworkClientCallsAPeerServer) {
-    created("velnet/Agent", "__rpc__|100|echo");
-    auto server = start("ky_c_peer", {"serve", domain_, "velnet/Agent", "echo", "s", "--returns", "s", "--result",
-                                      "pong", "--count", "1", "--timeout", "60000"});
-    kytest::Child call;
-    ASSERT_TRUE(call.start(kytest::helperPath("ky_rpc_peer"), {"call", domain_, "velnet/Agent", "echo", "ping", "30000"}));
-    framework_.push_back(call.pid());
-    created("velnet/Agent", "__rpc_ret__|100|echo|" + std::to_string(call.pid()));
-    const std::string client = std::to_string(call.pid());
-    EXPECT_EQ(call.finish(60s), 0);
-    EXPECT_EQ(call.out(), "calling\nresult=pong|error=\n");
-    EXPECT_EQ(server->finish(60s), 0);
-    EXPECT_EQ(server->out(), "ready\nrequest id=1 pid=" + client + " info=ky_rpc_peer args ping\n");
-}
-
-TEST_F(Interop, PeerServerErrorReachesAFrameworkClient) {
-    created("o", "__rpc__|100|echo");
-    auto server = start("ky_c_peer", {"serve", domain_, "o", "echo", "s", "--returns", "s", "--error", "tunnel down",
-                                      "--count", "1", "--timeout", "60000"});
-    kytest::Child call;
-    ASSERT_TRUE(call.start(kytest::helperPath("ky_rpc_peer"), {"call", domain_, "o", "echo", "x", "30000"}));
-    framework_.push_back(call.pid());
-    created("o", "__rpc_ret__|100|echo|" + std::to_string(call.pid()));
-    EXPECT_EQ(call.finish(60s), 0);
-    EXPECT_EQ(call.out(), "calling\nresult=|error=tunnel down\n");
-    EXPECT_EQ(server->finish(60s), 0);
+TEST_F(Interop, FrameworkClientCallsAPeerServerAndHearsItsResultOrError) {
+    struct Row { const char* object; const char* reply; const char* text; const char* out; };
+    const Row rows[] = {{"velnet/Agent", "--result", "pong", "calling\nresult=pong|error=\n"},
+                        {"o", "--error", "tunnel down", "calling\nresult=|error=tunnel down\n"}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.reply);
+        created(row.object, "__rpc__|100|echo");
+        auto server = start("ky_c_peer", {"serve", domain_, row.object, "echo", "s", "--returns", "s", row.reply,
+                                          row.text, "--count", "1", "--timeout", "60000"});
+        kytest::Child call;
+        ASSERT_TRUE(call.start(kytest::helperPath("ky_rpc_peer"), {"call", domain_, row.object, "echo", "ping", "30000"}));
+        framework_.push_back(call.pid());
+        created(row.object, "__rpc_ret__|100|echo|" + std::to_string(call.pid()));
+        const std::string client = std::to_string(call.pid());
+        EXPECT_EQ(call.finish(60s), 0);
+        EXPECT_EQ(call.out(), row.out);
+        EXPECT_EQ(server->finish(60s), 0);
+        EXPECT_EQ(server->out(), "ready\nrequest id=1 pid=" + client + " info=ky_rpc_peer args ping\n");
+    }
 }
 
 // ---- registries ------------------------------------------------------------------------

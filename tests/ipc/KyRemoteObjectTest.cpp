@@ -62,11 +62,7 @@ void PrintTo(const KyJsonValue& value, std::ostream* os) { *os << text(value); }
 // ---- Names and pure helpers ----
 
 TEST(RemoteConfigNames, ObjectPathDropsOuterSlashesAndTurnsBackslashes) {
-    struct Row {
-        const char* nameSpace;
-        const char* objectName;
-        const char* expected;
-    };
+    struct Row { const char* nameSpace; const char* objectName; const char* expected; };
     const Row rows[] = {
         {"velnet", "gui", "velnet/gui"},
         {"velnet", "VelmoVpnAgent", "velnet/VelmoVpnAgent"},
@@ -83,10 +79,7 @@ TEST(RemoteConfigNames, ObjectPathDropsOuterSlashesAndTurnsBackslashes) {
 }
 
 TEST(RemoteConfigNames, ConfigPathsAreNormalised) {
-    struct Row {
-        const char* input;
-        const char* expected;
-    };
+    struct Row { const char* input; const char* expected; };
     const Row rows[] = {
         {"vpn/filter/enabled", "vpn/filter/enabled"}, {"  a/b \t", "a/b"}, {"\\a\\\\b\\", "a/b"},
         {"//a///b//", "a/b"}, {"vpn\\filter/enabled", "vpn/filter/enabled"}, {"", ""}, {"/", ""}, {" // ", ""},
@@ -96,11 +89,7 @@ TEST(RemoteConfigNames, ConfigPathsAreNormalised) {
 }
 
 TEST(RemoteConfigNames, FileNamesKeepOnlySafeBytes) {
-    struct Row {
-        const char* input;
-        const char* nsForFile;
-        const char* safeName;
-    };
+    struct Row { const char* input; const char* nsForFile; const char* safeName; };
     const Row rows[] = {
         {"velnet/gui", "velnet_gui", "velnet_gui"},
         {"/a\\b/", "a_b", "_a_b_"},
@@ -115,15 +104,12 @@ TEST(RemoteConfigNames, FileNamesKeepOnlySafeBytes) {
         EXPECT_EQ(KyRemoteObject::sanitizeNsForFile_(row.input), KyString(row.nsForFile)) << "'" << row.input << "'";
         EXPECT_EQ(KyRemoteObject::safeFileName_(row.input), KyString(row.safeName)) << "'" << row.input << "'";
     }
+    // The ends of each kept range stay; their neighbours do not.
+    EXPECT_EQ(KyRemoteObject::safeFileName_("azAZ09`{@[/:"), KyString("azAZ09______"));
 }
 
 TEST(RemoteConfigMerge, DeepMergeRecursesIntoObjectsAndReplacesEverythingElse) {
-    struct Row {
-        const char* name;
-        const char* dst;
-        const char* src;
-        const char* expected;
-    };
+    struct Row { const char* name; const char* dst; const char* src; const char* expected; };
     const Row rows[] = {
         {"adds keys", R"({"a":1})", R"({"b":2})", R"({"a":1,"b":2})"},
         {"replaces scalars", R"({"a":1})", R"({"a":"x"})", R"({"a":"x"})"},
@@ -141,17 +127,14 @@ TEST(RemoteConfigMerge, DeepMergeRecursesIntoObjectsAndReplacesEverythingElse) {
 }
 
 TEST(RemoteConfigMerge, DeepEqualityComparesNumbersByValue) {
-    struct Row {
-        const char* a;
-        const char* b;
-        bool equal;
-    };
+    struct Row { const char* a; const char* b; bool equal; };
     const Row rows[] = {
         {"1", "1.0", true},          {"1", "1.5", false},     {"-3", "-3e0", true},     {"0.5", "0.5", true},
         {"1", "\"1\"", false},       {"true", "1", false},    {"null", "null", true},   {"null", "{}", false},
         {"[1,2]", "[1.0,2]", true},  {"[1,2]", "[2,1]", false}, {"[1]", "[1,1]", false},
         {R"({"a":1,"b":[2]})", R"({"b":[2.0],"a":1})", true}, {R"({"a":1})", R"({"a":1,"b":2})", false},
-        {"9223372036854775807", "9.3e18", false},
+        {"9223372036854775807", "9.3e18", false}, {"-9223372036854775808", "9223372036854775808.0", false},
+        {"-9223372036854775808", "-9223372036854775808.0", true},
     };
     for (const Row& row : rows) {
         EXPECT_EQ(KyRemoteObject::jsonDeepEqual_(json(row.a), json(row.b)), row.equal) << row.a << " vs " << row.b;
@@ -242,16 +225,17 @@ struct RemoteObjectTest : kytest::LoopFixture {
 
 }  // namespace
 
-TEST_F(RemoteObjectTest, FilesFollowTheLayerLayout) {
+TEST_F(RemoteObjectTest, ARelativeRootIsTakenFromTheCurrentFolder) {
+    const std::string cwd = KyDir::currentPath().toStdString();
+    std::string up;  // from the current folder back to "/", then down to the test's root
+    for (char c : cwd) up += c == '/' ? "../" : "";
+    const KyString relative = KyString(up) + root.mid(1);
+    KyRemoteObject::setDefaultConfigRoot(relative);
     auto object = make();
-    EXPECT_EQ(object->objectPath(), KyString("velnet/gui"));
-    EXPECT_EQ(object->getObjectName(), KyString("gui"));
-    EXPECT_EQ(object->globalConfigPath(), globalPath());
-    EXPECT_EQ(object->localConfigPath(), localPath());
-    EXPECT_EQ(object->userConfigPath(), userPath());
-    for (const char* layer : {"/global", "/local", "/user"}) EXPECT_TRUE(KyDir::exists(root + layer)) << layer;
-    auto odd = make("a b");
-    EXPECT_EQ(odd->globalConfigPath(), root + "/global/a_b.json");
+    EXPECT_EQ(object->userConfigPath(), KyDir::currentPath() + "/" + relative + "/user/" + domain.name() + "_velnet_gui.json");
+    object->setConfigValue("k", KyJsonValue(1));
+    object.reset();
+    EXPECT_EQ(readJsonFile(userPath()), json(R"({"k":1})"));
 }
 
 TEST_F(RemoteObjectTest, LayersMergeUserOverLocalOverGlobal) {
@@ -384,6 +368,7 @@ TEST_F(RemoteObjectTest, BurstOfChangesMakesOneWrite) {
 
 TEST_F(RemoteObjectTest, PendingSaveIsWrittenWhenTheObjectIsDestroyed) {
     auto object = make();
+    for (const char* layer : {"/global", "/local", "/user"}) EXPECT_TRUE(KyDir::exists(root + layer)) << layer;
     object->setConfigValue("ui/theme", KyJsonValue("blue"));
     EXPECT_TRUE(object->hasPendingSave());
     EXPECT_FALSE(KyFileInfo(userPath()).exists()) << "the save waits for its delay";
@@ -423,6 +408,11 @@ TEST_F(RemoteObjectTest, SaveAsFactoryMovesTheMergedConfigurationToTheLocalLayer
     writeFile(userPath(), R"({"b":{"c":2}})");
     auto object = make();
     const KyJsonValue merged = json(R"({"a":1,"b":{"c":2}})");
+    // A local layer that cannot be written (a folder stands in its place) changes nothing.
+    ASSERT_TRUE(KyDir::createPathTree(localPath()));
+    EXPECT_FALSE(object->saveAsFactory());
+    EXPECT_EQ(KyJsonValue(object->userConfig()), json(R"({"b":{"c":2}})"));
+    ASSERT_TRUE(KyDir::removeRecursively(localPath()));
     EXPECT_TRUE(object->saveAsFactory());
     EXPECT_EQ(readJsonFile(localPath()), merged);
     EXPECT_FALSE(KyFileInfo(userPath()).exists());

@@ -23,11 +23,7 @@ using namespace std::chrono_literals;
 
 enum class Owner { Waiting, StoppedAndAged, Killed };
 
-struct SweepCase {
-    const char* name;
-    Owner owner;
-    bool survives;
-};
+struct SweepCase { const char* name; Owner owner; bool survives; };
 
 void PrintTo(const SweepCase& c, std::ostream* out) { *out << c.name; }
 

@@ -182,11 +182,7 @@ struct Announcements {
 TEST_F(ProxyDiscoveryTest, DiscoveryKeepsObjectsServingEveryRequiredMethodOnOurCapacity) {
     const uint64_t ok = rpcRequestSpec<>("createTun").typeId;
     const uint64_t other = rpcRequestSpec<KyString>("createTun").typeId;
-    struct Row {
-        const char* object;
-        const char* signal;
-        uint64_t typeId;
-    };
+    struct Row { const char* object; const char* signal; uint64_t typeId; };
     const Row rows[] = {
         {"a/full", "__rpc__|100|createTun", ok},      {"a/full", "__rpc__|100|closeTun", ok},
         {"a/half", "__rpc__|100|createTun", ok},      {"a/typed", "__rpc__|100|createTun", other},

@@ -31,6 +31,7 @@
 #include "ipc/RegistryShared.h"
 #include "ipc/RegistryTable.h"
 #include "ipc/SubscribersRegistryTable.h"
+#include "../support/KyTestIpc.h"
 #include "../support/KyTestProcess.h"
 
 namespace {
@@ -49,39 +50,8 @@ constexpr size_t kAppsSize = 22072;
 uint32_t selfPid() { return static_cast<uint32_t>(::getpid()); }
 
 /// A plain mapping of a shared object by name, as a foreign process would make it.
-class RawObject {
-public:
-    explicit RawObject(const KyString& name) {
-        const int fd = ::shm_open(name.c_str(), O_RDWR, 0);
-        if (fd < 0) return;
-        struct stat st {};
-        if (::fstat(fd, &st) == 0 && st.st_size > 0) {
-            size_ = static_cast<size_t>(st.st_size);
-            void* a = ::mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-            addr_ = a == MAP_FAILED ? nullptr : static_cast<unsigned char*>(a);
-        }
-        ::close(fd);
-    }
-    ~RawObject() {
-        if (addr_) ::munmap(addr_, size_);
-    }
-    RawObject(const RawObject&) = delete;
-    RawObject& operator=(const RawObject&) = delete;
-
-    bool ok() const { return addr_ != nullptr; }
-    size_t size() const { return size_; }
-    unsigned char* bytes() const { return addr_; }
-    template <typename T> T at(size_t offset) const {
-        T v;
-        std::memcpy(&v, addr_ + offset, sizeof v);
-        return v;
-    }
-    std::string text(size_t offset) const { return std::string(reinterpret_cast<const char*>(addr_ + offset)); }
-    template <typename Layout> Layout* as() const { return reinterpret_cast<Layout*>(addr_); }
-
-private:
-    unsigned char* addr_ = nullptr;
-    size_t size_ = 0;
+struct RawObject : kytest::ShmView {
+    explicit RawObject(const KyString& name) : ShmView(name.toStdString()) {}
 };
 
 /// Holds a table's process-shared mutex while the test edits rows in place.
@@ -138,8 +108,8 @@ protected:
         return rows;
     }
 
-    bool hasSignal(const KyString& signal) {
-        for (const KyJsonValue& v : Signals::snapshot(domain_)) {
+    bool hasSignal(const KyString& signal, const KyString& domain = {}) {
+        for (const KyJsonValue& v : Signals::snapshot(domain.isEmpty() ? domain_ : domain)) {
             if (v.toObject().value("signal").toString() == signal) return true;
         }
         return false;
@@ -200,18 +170,13 @@ TEST_F(RegistryTest, ObjectsCarryTheirWireLayoutByteForByte) {
     EXPECT_EQ(sub.size(), kSubsSize);
     EXPECT_EQ(app.size(), kAppsSize);
 
-    struct HeaderCase {
-        const char* table;
-        RawObject* raw;
-        const char magicBytes[5];
-        uint32_t version;
-    };
+    struct HeaderCase { const char* table; RawObject* raw; const char magicBytes[5]; uint32_t version; };
     const HeaderCase headers[] = {{"signals", &sig, "1GER", 2}, {"subscribers", &sub, "1BUS", 1}, {"apps", &app, "1PPA", 2}};
     for (const HeaderCase& c : headers) {
         SCOPED_TRACE(c.table);
-        EXPECT_EQ(std::memcmp(c.raw->bytes(), c.magicBytes, 4), 0);
+        EXPECT_EQ(std::memcmp(c.raw->base(), c.magicBytes, 4), 0);
         EXPECT_EQ(c.raw->at<uint32_t>(4), c.version);
-        EXPECT_EQ(std::memcmp(c.raw->bytes() + 12, "1SMT", 4), 0);
+        EXPECT_EQ(std::memcmp(c.raw->base() + 12, "1SMT", 4), 0);
         EXPECT_GE(c.raw->at<uint32_t>(8), 1u);
     }
 
@@ -540,28 +505,28 @@ void writeForeignSignalTable(const KyString& name, uint32_t version, uint32_t cl
     ::munmap(a, kSignalsSize);
 }
 
-TEST_F(RegistryTest, ATableOfAnOlderVersionIsWipedAtFirstOpen) {
-    writeForeignSignalTable(Signals::objectName(domain_), 1, detail::kRegistryClockTag);
-    EXPECT_TRUE(Signals::snapshot(domain_).empty());
-    RawObject raw(Signals::objectName(domain_));
-    ASSERT_TRUE(raw.ok());
-    EXPECT_EQ(raw.at<uint32_t>(4), 2u);
-    EXPECT_EQ(raw.at<uint32_t>(8), 0u);
-    EXPECT_EQ(raw.at<uint32_t>(12), detail::kRegistryClockTag);
-    EXPECT_EQ(raw.at<uint64_t>(56), 0u);
-}
-
-TEST_F(RegistryTest, ATableStampedOnAnotherClockLosesItsRows) {
-    writeForeignSignalTable(Signals::objectName(domain_), 2, 0x12345678);
-    EXPECT_TRUE(Signals::snapshot(domain_).empty());
-    RawObject raw(Signals::objectName(domain_));
-    ASSERT_TRUE(raw.ok());
-    EXPECT_EQ(raw.at<uint32_t>(8), 0u);
-    EXPECT_EQ(raw.at<uint32_t>(12), detail::kRegistryClockTag);
-    for (size_t off = 56; off < 56 + 3 * 640; off += 8) ASSERT_EQ(raw.at<uint64_t>(off), 0u) << off;
-    // The kept mutex still works: registration goes on as usual.
-    Signals::registerSignal(domain_, "kyreg/After", "fresh", "/ky_sig_y", 2, "int");
-    EXPECT_TRUE(hasSignal("fresh"));
+TEST_F(RegistryTest, ATableOfAnOlderVersionOrAnotherClockLosesItsRowsAtFirstOpen) {
+    struct Case { const char* domain; uint32_t version, clockTag; };
+    const Case cases[] = {{"_old", 1, detail::kRegistryClockTag}, {"_clock", 2, 0x12345678}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.domain);
+        // A domain per case: a process checks a table only when it first opens it.
+        const KyString domain = domain_ + c.domain;
+        created_.insert(created_.end(), {Signals::objectName(domain), Subs::objectName(domain),
+                                         detail::make_shm_name(domain, detail::registryEventsObjectName_(),
+                                                               detail::registryEventsSignalName_())});
+        writeForeignSignalTable(Signals::objectName(domain), c.version, c.clockTag);
+        EXPECT_TRUE(Signals::snapshot(domain).empty());
+        RawObject raw(Signals::objectName(domain));
+        ASSERT_TRUE(raw.ok());
+        EXPECT_EQ(raw.at<uint32_t>(4), 2u);
+        EXPECT_EQ(raw.at<uint32_t>(8), 0u);
+        EXPECT_EQ(raw.at<uint32_t>(12), detail::kRegistryClockTag);
+        for (size_t off = 56; off < 56 + 3 * 640; off += 8) ASSERT_EQ(raw.at<uint64_t>(off), 0u) << off;
+        // The kept mutex still works: registration goes on as usual.
+        Signals::registerSignal(domain, "kyreg/After", "fresh", "/ky_sig_y", 2, "int");
+        EXPECT_TRUE(hasSignal("fresh", domain));
+    }
 }
 
 // ---------------------------------------------------------------- heartbeat and exit

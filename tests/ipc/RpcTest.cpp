@@ -128,30 +128,7 @@ TEST(RpcNames, RecordTypeIdsFollowTheWireSignatures) {
               typeIdFromArgList("long unsigned int, bool, KyString, bool"));
 }
 
-TEST_F(RpcTest, CallOnAFiberYieldsAndTheLoopGoesOn) {
-    KyCoreApplication app;
-    auto echo = client<KyString, KyString>("echo");
-    kytest::Child server;
-    KyString result = "unset";
-    bool onFiber = false;
-    bool done = false;
-    // The call is made before any server exists; only the second posted
-    // function starts one, so the call can end only if the loop went on.
-    app.postEvent([&] {
-        onFiber = app.fiberPool().isOnPooledFiber();
-        result = echo->call("grüße", 20000);
-        done = true;
-    });
-    app.postEvent([&] { startPeer(server, {"serve"}); });
-    ASSERT_TRUE(kytest::pumpUntil(&app, [&] { return done; }));
-    EXPECT_TRUE(onFiber);
-    EXPECT_EQ(result, "grüße");
-    EXPECT_EQ(echo->lastError(), "");
-    EXPECT_EQ(echo->pendingCount(), 0u);
-    expectCleanExit(server);
-}
-
-TEST_F(RpcTest, CallOnTheLoopsMainFiberServesTheLoopUntilTheReply) {
+TEST_F(RpcTest, CallOnTheLoopsMainFiberServesTheLoopUntilTheReplyOrTheError) {
     kytest::Child server;
     ASSERT_TRUE(startServer(server));
     KyCoreApplication app;
@@ -166,6 +143,18 @@ TEST_F(RpcTest, CallOnTheLoopsMainFiberServesTheLoopUntilTheReply) {
     ASSERT_TRUE(add->callAsync(20, 22, [&](const int& v) { asyncValue = v; }));
     ASSERT_TRUE(kytest::pumpUntil(&app, [&] { return asyncValue != 0; }));
     EXPECT_EQ(asyncValue, 42);
+
+    // A failing method's text becomes the last error; a false value is an answer, not an error.
+    auto fail = client<bool, KyString>("fail");
+    EXPECT_FALSE(fail->call("nope", 20000));
+    EXPECT_EQ(fail->lastError(), "refused: nope");
+    auto thrower = client<bool>("throw");
+    EXPECT_FALSE(thrower->call(20000));
+    EXPECT_EQ(thrower->lastError(), "server exploded");
+    auto check = client<bool, KyString>("check");
+    EXPECT_FALSE(check->call("", 20000));
+    EXPECT_EQ(check->lastError(), "");
+    EXPECT_TRUE(check->call("x", 20000));
     expectCleanExit(server);
 }
 
@@ -320,10 +309,7 @@ TEST_F(RpcTest, TimeoutThenLateReplyLeavesTheNextCallWorking) {
 }
 
 TEST_F(RpcTest, AFullRequestQueueRefusesTheNextCallAtOnce) {
-    struct Row {
-        int capacity;
-        int slots;
-    };
+    struct Row { int capacity; int slots; };
     for (const Row row : {Row{100, 100}, Row{10, 10}, Row{7, 100}}) {
         SCOPED_TRACE(row.capacity);
         setCapacity(row.capacity);
@@ -347,24 +333,6 @@ TEST_F(RpcTest, ArgumentsOverThePayloadLimitFailWithTheQueueFullText) {
     EXPECT_EQ(nobody->pendingCount(), 0u);
 }
 
-TEST_F(RpcTest, AReplyWithOkFalseSetsTheLastError) {
-    kytest::Child server;
-    ASSERT_TRUE(startServer(server));
-    KyCoreApplication app;
-    auto fail = client<bool, KyString>("fail");
-    EXPECT_FALSE(fail->call("nope", 20000));
-    EXPECT_EQ(fail->lastError(), "refused: nope");
-    auto thrower = client<bool>("throw");
-    EXPECT_FALSE(thrower->call(20000));
-    EXPECT_EQ(thrower->lastError(), "server exploded");
-    // A false value is an answer, not an error.
-    auto check = client<bool, KyString>("check");
-    EXPECT_FALSE(check->call("", 20000));
-    EXPECT_EQ(check->lastError(), "");
-    EXPECT_TRUE(check->call("x", 20000));
-    expectCleanExit(server);
-}
-
 TEST_F(RpcTest, AClientWithOtherTypesIsRefused) {
     kytest::Child server;
     ASSERT_TRUE(startServer(server));
@@ -386,24 +354,28 @@ TEST_F(RpcTest, AClientWithOtherTypesIsRefused) {
     EXPECT_EQ(caller.out(), "calling\nresult=still here|error=\n");
 }
 
+// Each call yields its fiber and the loop goes on: every call is sent and
+// waiting before a server exists to answer any.
 TEST_F(RpcTest, ThirtyTwoCallsInFlightFromFibersAllComplete) {
     KyCoreApplication app;
     auto echo = client<KyString, KyString>("echo");
     constexpr int kCalls = 32;
     std::vector<KyString> results(kCalls);
     int done = 0;
+    bool onFiber = true;
     for (int i = 0; i < kCalls; ++i) {
         app.postEvent([&, i] {
-            results[i] = echo->call(KyString("call ") + KyString::number(i), 20000);
+            onFiber = onFiber && app.fiberPool().isOnPooledFiber();
+            results[i] = echo->call(KyString("grüße ") + KyString::number(i), 20000);
             ++done;
         });
     }
-    // Every call is sent and waiting before a server exists to answer any.
     ASSERT_TRUE(kytest::pumpUntil(&app, [&] { return echo->pendingCount() == static_cast<size_t>(kCalls); }));
     kytest::Child server;
     ASSERT_TRUE(startServer(server));
     ASSERT_TRUE(kytest::pumpUntil(&app, [&] { return done == kCalls; }));
-    for (int i = 0; i < kCalls; ++i) EXPECT_EQ(results[i], KyString("call ") + KyString::number(i));
+    EXPECT_TRUE(onFiber);
+    for (int i = 0; i < kCalls; ++i) EXPECT_EQ(results[i], KyString("grüße ") + KyString::number(i));
     EXPECT_EQ(echo->pendingCount(), 0u);
     EXPECT_EQ(echo->lastError(), "");
     expectCleanExit(server);

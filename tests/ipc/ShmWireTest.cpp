@@ -23,25 +23,8 @@ using namespace ky::ipc::detail;
 namespace {
 
 // Raw view of a shared object as a peer maps it.
-struct RawObject {
-    explicit RawObject(const KyString& name, size_t size) : size(size) {
-        int fd = shm_open(name.toStdString().c_str(), O_RDWR, 0);
-        if (fd < 0) return;
-        void* p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-        close(fd);
-        if (p != MAP_FAILED) bytes = static_cast<uint8_t*>(p);
-    }
-    ~RawObject() {
-        if (bytes) munmap(bytes, size);
-    }
-    template <typename T>
-    T at(size_t offset) const {
-        T v;
-        std::memcpy(&v, bytes + offset, sizeof(T));
-        return v;
-    }
-    uint8_t* bytes = nullptr;
-    size_t size;
+struct RawObject : kytest::ShmView {
+    explicit RawObject(const KyString& name) : ShmView(name.toStdString()) {}
 };
 
 void createZeroObject(const KyString& name, size_t size) {
@@ -137,9 +120,10 @@ TEST(IpcWire, ChannelObjectsAreCreatedAdoptedAndCheckedByTheFixedRules) {
 
     auto mapping = ShmMapping<4096>::openOrCreate(name, type_id<KyString>());
     {
-        RawObject raw(name, 4280);
-        ASSERT_NE(raw.bytes, nullptr);
-        EXPECT_EQ(std::memcmp(raw.bytes, "1GIS", 4), 0);
+        RawObject raw(name);
+        ASSERT_TRUE(raw.ok());
+        EXPECT_EQ(raw.size(), 4280u);
+        EXPECT_EQ(std::memcmp(raw.base(), "1GIS", 4), 0);
         EXPECT_EQ(raw.at<uint32_t>(4), 2u);
         EXPECT_EQ(raw.at<uint64_t>(8), type_id<KyString>());
         EXPECT_EQ(raw.at<uint64_t>(104), 1u);
@@ -152,9 +136,9 @@ TEST(IpcWire, ChannelObjectsAreCreatedAdoptedAndCheckedByTheFixedRules) {
         EXPECT_STREQ(e.what(), "SHM type mismatch (subscriber/publisher types differ)");
     }
     {
-        RawObject raw(name, 4280);
+        RawObject raw(name);
         uint32_t oldVersion = 1;
-        std::memcpy(raw.bytes + 4, &oldVersion, 4);
+        std::memcpy(raw.base() + 4, &oldVersion, 4);
     }
     try {
         ShmMapping<4096>::openOrCreate(name, type_id<KyString>());
@@ -168,8 +152,8 @@ TEST(IpcWire, ChannelObjectsAreCreatedAdoptedAndCheckedByTheFixedRules) {
     domain.trackName(zeroName.toStdString());
     createZeroObject(zeroName, sizeof(ShmQueueLayout<4096, 10>));
     auto queue = ShmMappingT<ShmQueueLayout<4096, 10>>::openOrCreate(zeroName, type_id<KyString>());
-    RawObject raw(zeroName, sizeof(ShmQueueLayout<4096, 10>));
-    EXPECT_EQ(std::memcmp(raw.bytes, "1EUQ", 4), 0);
+    RawObject raw(zeroName);
+    EXPECT_EQ(std::memcmp(raw.base(), "1EUQ", 4), 0);
     EXPECT_EQ(raw.at<uint64_t>(104), 0u);
     EXPECT_EQ(raw.at<uint64_t>(112), 0u);
 }

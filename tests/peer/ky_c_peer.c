@@ -38,15 +38,14 @@ static void line(const char *fmt, ...) {
 static int usage(const char *why) {
     fprintf(stderr, "ky_c_peer: %s\n", why);
     fprintf(stderr,
-            "usage: ky_c_peer typeid SIG | hash TEXT | shmname D O S | suffix D\n"
+            "usage: ky_c_peer shmname D O S\n"
             "       publish D O SIGNAL SIG ARGS... | read D O SIGNAL SIG\n"
             "       watch D O SIGNAL SIG [--count N] [--timeout MS] [--initial]\n"
             "       push D O QUEUE CAP SIG ARGS... | drain D O QUEUE CAP SIG [--count N] [--timeout MS]\n"
             "       serve D O METHOD SIG [--cap C] [--returns L] [--result V] [--error TEXT] [--count N]"
-            " [--timeout MS] [--delay-ms D]\n"
+            " [--timeout MS]\n"
             "       call D O METHOD SIG ARGS... [--cap C] [--returns L] [--timeout MS]\n"
-            "       registry D | subs D | apps [D] | wake PID\n"
-            "       zero-object NAME SIZE | corrupt-version NAME SIZE [VERSION] | unlink NAME\n"
+            "       registry D | subs D | apps [D]\n"
             "       unlink-domain D [OBJECT NAME]...\n");
     return EXIT_USAGE;
 }
@@ -61,7 +60,6 @@ typedef struct {
     const char *result; /* text of the result, parsed by the returns letter */
     char returns;       /* the method's result type, one signature letter */
     const char *error;
-    long delay_ms;
 } options;
 
 static int parse_long(const char *text, long lo, long hi, long *out) {
@@ -88,7 +86,6 @@ static int parse_options(int argc, char **argv, int from, const char *allowed, o
         if (strcmp(name, "--count") == 0) bad = parse_long(value, 0, 1000000, &o->count);
         else if (strcmp(name, "--timeout") == 0) bad = parse_long(value, 0, 86400000, &o->timeout_ms);
         else if (strcmp(name, "--cap") == 0) bad = parse_long(value, 1, 100000, &o->cap);
-        else if (strcmp(name, "--delay-ms") == 0) bad = parse_long(value, 0, 600000, &o->delay_ms);
         else if (strcmp(name, "--error") == 0) o->error = value;
         else if (strcmp(name, "--result") == 0) o->result = value;
         else if (strcmp(name, "--returns") == 0) {
@@ -108,12 +105,6 @@ static int parse_args(const char *sig, char **argv, int from, kyp_value *vals) {
             return -1;
         }
     return 0;
-}
-
-static void sleep_ms(long ms) {
-    struct timespec ts = {ms / 1000, (ms % 1000) * 1000000L};
-    while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {
-    }
 }
 
 /* RPC queues exist in these capacities; any other number keeps its name but gets 100 slots. */
@@ -181,16 +172,6 @@ static int wait_loop(int fd, const char *domain, long timeout_ms, pass_fn pass, 
 }
 
 /* ---- signals ----------------------------------------------------------------------- */
-
-static int cmd_typeid(const char *sig) {
-    char text[1024];
-    if (kyp_type_id_text(sig, text, sizeof text) != 0) return usage("bad signature");
-    char hex[17];
-    kyp_hex64(kyp_hash_str(text), hex);
-    line("%s", hex);
-    line("%s", text);
-    return EXIT_OK;
-}
 
 static int cmd_publish(int argc, char **argv) {
     if (argc < 6) return usage("publish needs DOMAIN OBJECT SIGNAL SIG ARGS...");
@@ -465,7 +446,6 @@ static void serve_request(void *ctx, const uint8_t *payload, uint32_t size) {
     kyp_print_values(stdout, s->params, vals + 3);
     line("%s", "");
     ++s->handled;
-    if (s->o.delay_ms > 0) sleep_ms(s->o.delay_ms);
 
     char name[256];
     reply_queue_name(s->method, s->o.cap, pid, name, sizeof name);
@@ -680,52 +660,6 @@ static int cmd_apps(const char *only) {
 
 /* ---- utilities for fault tests ---------------------------------------------------------------- */
 
-static void *map_object(const char *name, long size) {
-    const int fd = shm_open(name, O_CREAT | O_RDWR, 0666);
-    if (fd < 0) return NULL;
-    if (ftruncate(fd, size) != 0) {
-        close(fd);
-        return NULL;
-    }
-    void *base = mmap(NULL, (size_t)size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    close(fd);
-    return base == MAP_FAILED ? NULL : base;
-}
-
-static int is_machine_registry(const char *name) { return strcmp(name, KYP_APPS_NAME) == 0; }
-
-static int cmd_zero_object(int argc, char **argv) {
-    long size = 0;
-    if (argc != 4 || parse_long(argv[3], 8, 1L << 30, &size) != 0) return usage("zero-object needs NAME SIZE");
-    if (is_machine_registry(argv[2])) return usage("the machine's application registry is not a test object");
-    void *base = map_object(argv[2], size);
-    if (!base) return EXIT_FAIL;
-    memset(base, 0, (size_t)size);
-    munmap(base, (size_t)size);
-    line("zeroed");
-    return EXIT_OK;
-}
-
-static int cmd_corrupt_version(int argc, char **argv) {
-    long size = 0, version = -1;
-    if (argc < 4 || argc > 5 || parse_long(argv[3], 8, 1L << 30, &size) != 0)
-        return usage("corrupt-version needs NAME SIZE [VERSION]");
-    if (argc == 5 && parse_long(argv[4], 0, 0x7FFFFFFF, &version) != 0) return usage("bad version");
-    if (is_machine_registry(argv[2])) return usage("the machine's application registry is not a test object");
-    void *base = map_object(argv[2], size);
-    if (!base) return EXIT_FAIL;
-    uint32_t *words = base;
-    words[1] = version < 0 ? words[1] + 1 : (uint32_t)version;
-    line("version=%u", (unsigned)words[1]);
-    munmap(base, (size_t)size);
-    return EXIT_OK;
-}
-
-static int cmd_unlink(const char *name) {
-    if (is_machine_registry(name)) return usage("the machine's application registry is never removed");
-    return shm_unlink(name) == 0 ? EXIT_OK : EXIT_FAIL;
-}
-
 /* Removes a test domain: its tables, its event signal, every channel its rows name
  * and the extra (object, name) pairs given, and its row in the application table. */
 static int cmd_unlink_domain(int argc, char **argv) {
@@ -777,26 +711,11 @@ static int cmd_unlink_domain(int argc, char **argv) {
 static int run(int argc, char **argv) {
     if (argc < 2) return usage("no command");
     const char *cmd = argv[1];
-    if (strcmp(cmd, "typeid") == 0) return argc == 3 ? cmd_typeid(argv[2]) : usage("typeid needs SIG");
-    if (strcmp(cmd, "hash") == 0) {
-        if (argc != 3) return usage("hash needs TEXT");
-        char hex[17];
-        kyp_hex64(kyp_hash_str(argv[2]), hex);
-        line("%s", hex);
-        return EXIT_OK;
-    }
     if (strcmp(cmd, "shmname") == 0) {
         if (argc != 5) return usage("shmname needs DOMAIN OBJECT SIGNAL");
         char name[25];
         kyp_shm_name(argv[2], argv[3], argv[4], name);
         line("%s", name);
-        return EXIT_OK;
-    }
-    if (strcmp(cmd, "suffix") == 0) {
-        if (argc != 3) return usage("suffix needs DOMAIN");
-        char suffix[50];
-        kyp_sanitize_suffix(argv[2], suffix);
-        line("%s", suffix);
         return EXIT_OK;
     }
     if (strcmp(cmd, "publish") == 0) return cmd_publish(argc, argv);
@@ -809,15 +728,6 @@ static int run(int argc, char **argv) {
     if (strcmp(cmd, "registry") == 0) return argc == 3 ? cmd_registry(argv[2]) : usage("registry needs DOMAIN");
     if (strcmp(cmd, "subs") == 0) return argc == 3 ? cmd_subs(argv[2]) : usage("subs needs DOMAIN");
     if (strcmp(cmd, "apps") == 0) return argc <= 3 ? cmd_apps(argc == 3 ? argv[2] : NULL) : usage("apps [DOMAIN]");
-    if (strcmp(cmd, "wake") == 0) {
-        long pid = 0;
-        if (argc != 3 || parse_long(argv[2], 1, 0x7FFFFFFF, &pid) != 0) return usage("wake needs PID");
-        kyp_wake_pid((uint32_t)pid);
-        return EXIT_OK;
-    }
-    if (strcmp(cmd, "zero-object") == 0) return cmd_zero_object(argc, argv);
-    if (strcmp(cmd, "corrupt-version") == 0) return cmd_corrupt_version(argc, argv);
-    if (strcmp(cmd, "unlink") == 0) return argc == 3 ? cmd_unlink(argv[2]) : usage("unlink needs NAME");
     if (strcmp(cmd, "unlink-domain") == 0) return cmd_unlink_domain(argc, argv);
     return usage("unknown command");
 }

@@ -118,11 +118,7 @@ void kyp_copy_trunc(char *dst, size_t cap, const char *src) {
 uint64_t kyp_now_ms(void) {
     struct timespec ts;
     if (clock_gettime(CLOCK_MONOTONIC, &ts) != 0) return 0;
-    uint64_t ms = (uint64_t)ts.tv_sec * 1000u + (uint64_t)ts.tv_nsec / 1000000u;
-    /* Lets fault tests make this peer's stamps look old or new without waiting. */
-    const char *skew = getenv("KY_PEER_CLOCK_SKEW_MS");
-    if (skew && *skew) ms += (uint64_t)strtoll(skew, NULL, 10);
-    return ms;
+    return (uint64_t)ts.tv_sec * 1000u + (uint64_t)ts.tv_nsec / 1000000u;
 }
 
 int kyp_process_gone(uint32_t pid) {

@@ -142,7 +142,7 @@ void kyp_shm_name(const char *domain, const char *object, const char *signal, ch
 void kyp_sanitize_suffix(const char *domain, char out[50]);
 /// Truncating copy that always terminates; nothing happens for a null dst or cap 0.
 void kyp_copy_trunc(char *dst, size_t cap, const char *src);
-/// Monotonic milliseconds, shifted by KY_PEER_CLOCK_SKEW_MS when set.
+/// Monotonic milliseconds.
 uint64_t kyp_now_ms(void);
 /// True when pid is 0 or kill(pid, 0) reports ESRCH.
 int kyp_process_gone(uint32_t pid);

@@ -95,10 +95,7 @@ kyp_subscriber_table *kyp_subscriber_table_open(const char *domain, int create) 
 }
 
 kyp_app_table *kyp_app_table_open(int create) {
-    /* Tests may keep this peer off the machine's table, which everyone shares. */
-    const char *name = getenv("KY_PEER_APPS_TABLE");
-    if (!name || !*name) name = KYP_APPS_NAME;
-    return open_table(name, sizeof(kyp_app_table), KYP_APPS_MAGIC, KYP_APPS_VERSION, create);
+    return open_table(KYP_APPS_NAME, sizeof(kyp_app_table), KYP_APPS_MAGIC, KYP_APPS_VERSION, create);
 }
 
 /* ---- staleness ------------------------------------------------------------- */

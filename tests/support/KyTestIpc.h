@@ -73,6 +73,7 @@ public:
     }
     ShmView(const ShmView&) = delete;
     ShmView& operator=(const ShmView&) = delete;
+    bool ok() const { return base_ != nullptr; }
     uint8_t* base() const { return base_; }
     size_t size() const { return size_; }
     template <typename T>
@@ -81,6 +82,8 @@ public:
         std::memcpy(&v, base_ + offset, sizeof v);
         return v;
     }
+    std::string text(size_t offset) const { return reinterpret_cast<const char*>(base_ + offset); }
+    template <typename Layout> Layout* as() const { return reinterpret_cast<Layout*>(base_); }
 
 private:
     uint8_t* base_ = nullptr;

@@ -52,13 +52,7 @@ TEST_F(X11Clipboard, TextTravelsToAnotherProcessAndBack) {
 }
 
 // Asks the selection owner for target into a property of a window of the user's own.
-struct Answer {
-    bool arrived = false;
-    Atom type = None;
-    int format = 0;
-    std::string bytes;
-    std::vector<Atom> atoms;
-};
+struct Answer { bool arrived = false; Atom type = None; int format = 0; std::string bytes; std::vector<Atom> atoms; };
 
 TEST_F(X11Clipboard, ServedTargetsAndTextCarryOneTerminator) {
     platform()->setClipboardText("abc");

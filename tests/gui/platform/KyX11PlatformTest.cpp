@@ -97,11 +97,7 @@ struct Press {
     int x, y;
     Time afterMs; ///< after the previous press of the row
 };
-struct ClickRow {
-    const char* name;
-    std::vector<Press> presses;
-    std::vector<int> clickCounts;
-};
+struct ClickRow { const char* name; std::vector<Press> presses; std::vector<int> clickCounts; };
 
 TEST_F(X11Window, DoubleClicksFollowTimeDistanceAndButton) {
     const std::vector<ClickRow> rows = {
