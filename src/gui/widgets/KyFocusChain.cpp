@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "gui/widgets/KyLoadingOverlay.h"
+#include "gui/widgets/KyPushButton.h"
 #include "gui/widgets/KyWidget.h"
 
 namespace KyFocusChain {
@@ -64,6 +65,30 @@ bool focusNext(KyWidget* root, bool forward) {
         next = (index + (forward ? 1 : n - 1)) % n;
     }
     widgets[next]->requestFocus();
+    return true;
+}
+
+namespace {
+
+KyPushButton* findDefaultButton(KyWidget* w, const KyWidgetPlatformHandle& handle) {
+    for (KyWidget* child : w->childWidgets()) {
+        if (child->ownsNativeWindow() || !(child->nativeHandle() == handle)) continue;
+        if (!child->isVisible() || !child->isEnabled()) continue;
+        if (auto* button = dynamic_cast<KyPushButton*>(child); button && button->isDefault()) return button;
+        if (KyPushButton* found = findDefaultButton(child, handle)) return found;
+    }
+    return nullptr;
+}
+
+} // namespace
+
+bool handleReturnKey(KyWidget* root, const ky::gui::KeyEvent* event) {
+    if (!root || !event || event->type() != ky::gui::Event::KeyPress || event->ctrl() || event->alt()) return false;
+    if (event->keyCode() != 0xff0d && event->keyCode() != 0xff8d) return false;
+    if (!root->isVisibleInHierarchy()) return false;
+    KyPushButton* button = findDefaultButton(root, root->nativeHandle());
+    if (!button) return false;
+    button->click();
     return true;
 }
 

@@ -32,5 +32,8 @@ bool focusNext(KyWidget* root, bool forward);
 /// Handles a key press that nobody took: Tab and Shift+Tab (without Ctrl or
 /// Alt) move the focus and return true; any other key returns false.
 bool handleTabKey(KyWidget* root, const ky::gui::KeyEvent* event);
+/// Handles a Return or keypad Enter press that nobody took: the window's
+/// enabled, visible default push button is clicked and true returned.
+bool handleReturnKey(KyWidget* root, const ky::gui::KeyEvent* event);
 
 } // namespace KyFocusChain

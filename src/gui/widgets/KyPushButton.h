@@ -31,6 +31,10 @@ public:
     bool isPressed() const { return getPressed(); }
     /// Clicks as a release inside would: toggles a checkable button, then clicked().
     void click();
+    /// The default button of its window takes a Return that nobody else
+    /// took, so a form can be sent from any of its fields.
+    void setDefault(bool isDefault) { default_ = isDefault; }
+    bool isDefault() const { return default_; }
 
     /// Emitted when a press is released inside the button (or click()).
     KY_SIGNAL(clicked)
@@ -58,4 +62,5 @@ protected:
 
 private:
     bool keyPressed_ = false;
+    bool default_ = false;
 };

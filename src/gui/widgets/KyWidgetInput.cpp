@@ -234,6 +234,9 @@ void KyWidget::dispatchKeyEventFromRoot_(KeyEvent* event) {
     // Tab the focused widget left alone moves the focus, before any shortcut sees it.
     if (press && !event->isAccepted() && KyObject::isLive(this) && KyFocusChain::handleTabKey(this, event))
         event->accept();
+    // A Return no field took sends the form through its default button.
+    if (press && !event->isAccepted() && KyObject::isLive(this) && KyFocusChain::handleReturnKey(this, event))
+        event->accept();
     // Shortcuts come last: a key a widget took never reaches one.
     if (press && !event->isAccepted() && KyObject::isLive(this))
         if (const KeyShortcutHook& hook = shortcutHook()) hook(this, event);

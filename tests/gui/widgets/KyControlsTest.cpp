@@ -238,6 +238,13 @@ TEST_F(ControlsTest, TabWalksTheFormInReadingOrderAndWrapsAndSpaceClicks) {
     EXPECT_FALSE(ok->getPressed());
     key(XK_Return);
     ASSERT_TRUE(runUntil([&] { return clicks == 2; }));
+
+    // Return from a control that does not take it goes to the default button.
+    ok->setDefault(true);
+    remember->requestFocus();
+    key(XK_Return);
+    ASSERT_TRUE(runUntil([&] { return clicks == 3; }));
+    EXPECT_TRUE(remember->hasFocus());
 }
 
 TEST_F(ControlsTest, ATabWidgetSwitchesByClickAndByCtrlTab) {
