@@ -32,6 +32,7 @@
 #include "gui/widgets/KyScrollBar.h"
 #include "gui/widgets/KySpinBox.h"
 #include "gui/widgets/KyStatusLight.h"
+#include "gui/widgets/KyTabBar.h"
 #include "gui/widgets/KyTabWidget.h"
 #include "gui/widgets/KyWidget.h"
 
@@ -194,7 +195,7 @@ KyWidget* buildControlsPage() {
     return page;
 }
 
-KyLineEdit* field(const char* text, int width = 170) {
+KyLineEdit* field(const char* text, int width = 150) {
     auto* edit = new KyLineEdit;
     edit->setText(text);
     edit->setFixedSize(width, 34);
@@ -252,7 +253,14 @@ KyWidget* buildInputsPage() {
         if (on) completer->complete();
         else completer->hidePopup();
     });
-    grid->addWidget(row(page, {email, new KyLabel("Type a or z for suggestions")}), r++, 1);
+    // The form's default button: Return in any field of this page sends it.
+    auto* send = new KyPushButton("Sign in");
+    send->setDefault(true);
+    auto* sent = new KyLabel("Type a or z for suggestions; Return signs in");
+    KyObject::connect(send, &KyPushButton::clicked, sent, [sent, email] {
+        sent->setText(KyString("Signing in as ") + (email->getText().isEmpty() ? KyString("nobody yet") : email->getText()));
+    });
+    grid->addWidget(row(page, {email, send, sent}), r++, 1);
 
     grid->addItem(new KySpacerItem(0, 0, KySizePolicy::Minimum, KySizePolicy::Expanding), r, 0, 1, 2);
     page->setLayout(grid);
@@ -355,6 +363,9 @@ int main(int argc, char** argv) {
     layout->addWidget(tabs, 1);
     root->setLayout(layout);
 
+    // The window opens with the keyboard on the tabs: arrows and Ctrl+Tab
+    // switch pages, Tab walks into the page.
+    tabs->tabBar()->requestFocus();
     root->show();
     window->show();
     const int code = app.exec();
