@@ -74,10 +74,15 @@ void KyAbstractItemView::wireSelection_(KyItemSelectionModel* selectionModel) {
     selection_ = selectionModel;
     using S = KyItemSelectionModel;
     KyObject::connect(selection_, &S::selectionChanged, this, [this](const KyRowRanges& on, const KyRowRanges& off) {
+        // A model being destroyed tells its selection model first, which lets
+        // go of it and clears the selection: the rows are not worth asking
+        // a half-destroyed model about.
+        if (selection_->model() != model_) return;
         for (const KyRowRange& r : on) updateRows_(r.first, r.last);
         for (const KyRowRange& r : off) updateRows_(r.first, r.last);
     }, KyObject::ConnectionDirect);
     KyObject::connect(selection_, &S::currentChanged, this, [this](const KyModelIndex& now, const KyModelIndex& was) {
+        if (selection_->model() != model_) return;
         if (was.isValid()) updateRows_(was.row(), was.row());
         if (now.isValid()) updateRows_(now.row(), now.row());
     }, KyObject::ConnectionDirect);
