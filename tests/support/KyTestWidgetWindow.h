@@ -99,4 +99,29 @@ private:
     bool forceRepaint_ = true;
 };
 
+/// Runs the loop until nothing is left to paint: each round flushes the
+/// damage, then sends a motion to (x, y), a spot over the bare root, and waits
+/// for it, so every Expose sent before it has come back and been painted.
+/// Fixture is a GuiFixture (KyTestX11.h, which brings Xlib's macros, stays out of here).
+template <typename Fixture>
+void settleWindow(Fixture& f, WidgetWindow& window, KyWidget* root, int x, int y) {
+    struct MoveCounter : KyObject {
+        int moves = 0;
+        bool eventFilter(KyObject*, KyEvent* e) override {
+            moves += e->type() == KyWidget::Event::MouseMove;
+            return false;
+        }
+    } counter;
+    root->installEventFilter(&counter);
+    for (int round = 0; round < 50; ++round) {
+        const int paintsBefore = window.paints;
+        f.app->exec(1000);
+        const int movesBefore = counter.moves;
+        f.user->sendMotion(window.id(), x - round % 2, y);
+        ASSERT_TRUE(f.runUntil([&] { return counter.moves > movesBefore; }));
+        if (window.paints == paintsBefore && !KyWidgetPlatformAdapter::hasReadyDamage()) break;
+    }
+    root->removeEventFilter(&counter);
+}
+
 } // namespace kytest

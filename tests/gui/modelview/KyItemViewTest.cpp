@@ -70,25 +70,7 @@ struct ItemViewTest : kytest::GuiFixture {
     }
     // Paints until no damage is left: a motion in the strip comes back after
     // every Expose sent before it.
-    void settle() {
-        struct MoveCounter : KyObject {
-            int moves = 0;
-            bool eventFilter(KyObject*, KyEvent* e) override {
-                moves += e->type() == KyWidget::Event::MouseMove;
-                return false;
-            }
-        } counter;
-        root->installEventFilter(&counter);
-        for (int round = 0; round < 50; ++round) {
-            const int before = window->paints;
-            app->exec(1000);
-            const int moves = counter.moves;
-            user->sendMotion(window->id(), 395 - round % 2, 315);
-            ASSERT_TRUE(runUntil([&] { return counter.moves > moves; }));
-            if (window->paints == before && !KyWidgetPlatformAdapter::hasReadyDamage()) break;
-        }
-        root->removeEventFilter(&counter);
-    }
+    void settle() { kytest::settleWindow(*this, *window, root, 395, 315); }
     bool runUntil(const std::function<bool()>& pred, std::chrono::milliseconds d = kytest::kDeadline) {
         return kytest::runGuiUntil(app.get(), pred, d);
     }

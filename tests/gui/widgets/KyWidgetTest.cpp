@@ -65,28 +65,8 @@ struct WidgetWindowTest : kytest::GuiFixture {
         host.reset();
         GuiFixture::TearDown();
     }
-    // Runs the loop until nothing is left to paint: each round flushes the
-    // damage, then sends a motion over the bare root and waits for it, so
-    // every Expose sent before has come back and been painted.
-    void settle() {
-        struct MoveCounter : KyObject {
-            int moves = 0;
-            bool eventFilter(KyObject*, KyEvent* e) override {
-                moves += e->type() == KyWidget::Event::MouseMove;
-                return false;
-            }
-        } counter;
-        root->installEventFilter(&counter);
-        for (int round = 0; round < 50; ++round) {
-            const int paintsBefore = host->paints;
-            app->exec(1000);
-            const int movesBefore = counter.moves;
-            user->sendMotion(host->id(), 319, 199);
-            ASSERT_TRUE(runUntil([&] { return counter.moves > movesBefore; }));
-            if (host->paints == paintsBefore && !KyWidgetPlatformAdapter::hasReadyDamage()) break;
-        }
-        root->removeEventFilter(&counter);
-    }
+    // Paints until no damage is left (the motion lands on the bare root).
+    void settle() { kytest::settleWindow(*this, *host, root, 319, 199); }
     // XTEST: the pointer to (x, y) of the window.
     void pointer(int x, int y) {
         const KyPoint origin = KyWidgetPlatformAdapter::clientOriginOnScreen(root->nativeHandle());
