@@ -9,3 +9,16 @@ void buildVelmoVpnConsoleFilteringPage(KyWidget& page, VelmoVpnConsoleUi& ui) {
     layout->addWidget(new KyLabel("Filtering", &page));
     page.setLayout(layout);
 }
+
+#include "console/VelmoVpnConsolePages.h"
+
+void velmoVpnConsolePushFilterState(VelmoVpnAgentProxy*, bool, bool, KyCheckBox*, KyComboBox*, KyComboBox*,
+                                    KyLineEdit*, KyLineEdit*, KySpinBox*, KySpinBox*, KyCheckBox*, KyComboBox*,
+                                    KyLineEdit*, KyLineEdit*) {}
+void velmoVpnConsoleApplyPassThroughDefaults(KyComboBox*, KyComboBox*, KyLineEdit*, KyLineEdit*, KySpinBox*,
+                                             KySpinBox*, KyCheckBox*, KyComboBox*, KyLineEdit*, KyLineEdit*) {}
+void velmoVpnConsoleUpdateFilterUiState(bool, bool, KyComboBox*, KyComboBox*, KyLineEdit*, KyLineEdit*, KySpinBox*,
+                                        KySpinBox*, KyCheckBox*, KyComboBox*, KyLineEdit*, KyLineEdit*) {}
+void velmoVpnConsoleRefreshFilterWidgets(VelmoVpnConsoleUi&, bool) {}
+void velmoVpnConsolePushFilterForm(VelmoVpnConsoleUi&, VelmoVpnAgentProxy*, bool, bool) {}
+void velmoVpnConsoleApplyPassThroughForm(VelmoVpnConsoleUi&) {}

@@ -9,3 +9,12 @@ void buildVelmoVpnConsoleMonitorPage(KyWidget& page, VelmoVpnConsoleUi& ui) {
     layout->addWidget(new KyLabel("Monitor", &page));
     page.setLayout(layout);
 }
+
+#include "console/VelmoVpnConsolePages.h"
+#include "gui/text/KyCodeEditor.h"
+
+void velmoVpnConsoleAppendLog(KyCodeEditor* editor, const KyString& line) {
+    if (editor) editor->appendPlainText(line);
+}
+void velmoVpnConsoleRefreshMonitorWidgets(VelmoVpnConsoleUi&, const VelmoVpnConsoleSession&) {}
+void velmoVpnConsoleInstallSaveLogAction(VelmoVpnConsoleUi&, KyMainWindow&) {}

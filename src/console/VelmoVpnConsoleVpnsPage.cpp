@@ -9,3 +9,12 @@ void buildVelmoVpnConsoleVpnsPage(KyWidget& page, VelmoVpnConsoleUi& ui) {
     layout->addWidget(new KyLabel("Vpns", &page));
     page.setLayout(layout);
 }
+
+#include "console/VelmoVpnConsolePages.h"
+
+void velmoVpnConsoleRefreshCatalogWidgets(VelmoVpnConsoleUi&, const VelmoVpnConsoleSession&) {}
+void velmoVpnConsoleRefreshEndpointWidgets(VelmoVpnConsoleUi&, const VelmoVpnConsoleSession&) {}
+void velmoVpnConsoleStartJoinPulse(VelmoVpnConsoleUi&, const KyString&) {}
+void velmoVpnConsoleSetListCallbacks(VelmoVpnConsoleUi&, std::function<void(const KyString&)>,
+                                     std::function<void(const KyString&, bool)>,
+                                     std::function<void(const KyString&, bool)>) {}
