@@ -549,6 +549,14 @@ int runVelmoVpnConsole(int argc, char** argv) {
         }
     });
     loadingPulse.start();
+    // The pulse only matters while the overlay shows its dots: it rests with
+    // the overlay, so a console that sits in the tray all day never wakes
+    // for it.
+    if (ui.loadingOverlay)
+        KyObject::connect(ui.loadingOverlay, &KyLoadingOverlay::activeChanged, [&loadingPulse](bool active) {
+            if (active && !loadingPulse.isActive()) loadingPulse.start();
+            if (!active) loadingPulse.stop();
+        });
 
     // 10.
     if (!session.startHidden) {
@@ -662,6 +670,7 @@ int runVelmoVpnConsole(int argc, char** argv) {
     KyObject::connect(&tray, &KySystemTrayIcon::doubleClicked, openRelevantWindow);
     tray.show();
     instance.setShowRequestHandler(openRelevantWindow);
+    if (ui.loadingOverlay && !ui.loadingOverlay->isActive()) loadingPulse.stop();
     KyTimer::singleShot(400, [] {});
 
     // 18.
