@@ -9,6 +9,7 @@
 #include "gui/modelview/KySortFilterProxyModel.h"
 #include "gui/modelview/KyTableView.h"
 #include "gui/widgets/KyBoxLayout.h"
+#include "gui/widgets/KyGridLayout.h"
 #include "gui/widgets/KyLabel.h"
 #include "gui/widgets/KyLineEdit.h"
 #include "gui/widgets/KyPushButton.h"
@@ -117,23 +118,19 @@ VpnRangeRulesEditor::VpnRangeRulesEditor(KyWidget* parent) : KyWidget(parent) {
     }
     toolRow->setLayout(tools);
 
+    // The summary and the hint share the first line; the mode's sentence
+    // runs under the summary.
     auto* footerRow = new KyWidget(this);
-    auto* textColumn = new KyWidget(footerRow);
-    auto* texts = new KyVerticalLayout;
-    texts->setContentsMargins(0, 0, 0, 0);
-    texts->setSpacing(4);
-    for (KyLabel* label : {summary_, modeSentence_}) {
-        label->setParent(textColumn);
-        label->setProperty("HorizontalPolicy", KyAny(KyString("Expanding")));
-        texts->addWidget(label);
-    }
-    textColumn->setLayout(texts);
-    auto* footer = new KyHorizontalLayout;
+    auto* footer = new KyGridLayout;
     footer->setContentsMargins(0, 0, 0, 0);
-    footer->setSpacing(12);
-    footer->addWidget(textColumn, 1);
-    hint_->setParent(footerRow);
-    footer->addWidget(hint_);
+    footer->setSpacing(4);
+    for (KyLabel* label : {summary_, modeSentence_, hint_}) label->setParent(footerRow);
+    summary_->setProperty("HorizontalPolicy", KyAny(KyString("Expanding")));
+    modeSentence_->setProperty("HorizontalPolicy", KyAny(KyString("Expanding")));
+    footer->addWidget(summary_, 0, 0);
+    footer->addWidget(hint_, 0, 1);
+    footer->addWidget(modeSentence_, 1, 0, 1, 2);
+    footer->setColumnStretch(0, 1);
     footerRow->setLayout(footer);
 
     auto* layout = new KyVerticalLayout;
