@@ -59,7 +59,12 @@ KyString velmoVpnConsoleExpandHome(const KyString& path) {
 bool velmoVpnConsoleWriteFileAtomically(const KyString& path, const KyString& text, KyString& error) {
     const std::string target = path.toStdString();
     auto fail = [&](int code) {
-        error = KyString("Could not save " + target + ": " + std::strerror(code));
+        // The name and its folder apart: a message box wraps between words.
+        const std::size_t cut = target.find_last_of('/');
+        error = cut == std::string::npos
+                    ? KyString("Could not save " + target + ": " + std::strerror(code))
+                    : KyString("Could not save " + target.substr(cut + 1) + " in " +
+                               (cut == 0 ? std::string("/") : target.substr(0, cut)) + ": " + std::strerror(code));
         return false;
     };
     if (target.empty() || target.back() == '/') return fail(EISDIR);

@@ -18,5 +18,5 @@ KyString velmoVpnConsoleDefaultLogPath();
 KyString velmoVpnConsoleExpandHome(const KyString& path);
 /// Writes text to path atomically with mode 0600. On failure returns false,
 /// leaves no file behind and sets error to a sentence naming the path and
-/// the system's reason ("Could not save /x/y.log: Permission denied").
+/// the system's reason ("Could not save y.log in /x: Permission denied").
 bool velmoVpnConsoleWriteFileAtomically(const KyString& path, const KyString& text, KyString& error);

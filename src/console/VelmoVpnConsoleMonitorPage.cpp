@@ -146,6 +146,12 @@ namespace {
 constexpr const char* kDialogTitleCss = "KyLabel { background-color: rgba(0,0,0,0); border-width: 0px;"
                                         " color: rgb(216, 225, 228); font-size: 16px; font-weight: 600; }";
 
+constexpr const char* kDialogPrimaryButtonCss =
+    "KyPushButton { background-color: rgb(220, 154, 84); border-color: rgb(194, 134, 70); border-width: 1px;"
+    " border-radius: 10px; color: rgb(10, 14, 18); font-size: 13px; font-weight: 600;"
+    " focus-border-color: rgb(250, 236, 214); }"
+    " KyPushButton:hover { background-color: rgb(230, 168, 102); }";
+
 /// Asks where the log goes; an empty result is a cancel.
 KyString askLogPath(KyMainWindow& window) {
     KyDialog dialog(&window);
@@ -215,7 +221,8 @@ void saveLog(KyMainWindow& window, KyCodeEditor* log) {
     box.setIcon(KyMessageBox::Critical);
     box.setText("The log could not be saved.");
     box.setInformativeText(error);
-    box.addButton("OK", 1, true);
+    // The box's own button sheet is the light look; this one is the console's accent.
+    box.addButton("OK", 1, true)->setStyleSheet(kDialogPrimaryButtonCss);
     box.exec();
 }
 

@@ -82,7 +82,12 @@ KyString windowCss() {
         "KyCodeEditor:focus, KyPlainTextEdit:focus { border-color: rgb(220, 154, 84); }"
         "KyLabel#monitorSummary { color: rgb(216, 225, 228); font-size: 13px; }"
         // Dialogs over a console window.
-        "KyDialog { background-color: rgb(16, 31, 40); border-color: rgb(47, 72, 82); border-width: 1px; border-radius: 12px; }"
+        "KyDialog, KyMessageBox { background-color: rgb(16, 31, 40); border-color: rgb(47, 72, 82); border-width: 1px;"
+        " border-radius: 12px; }"
+        // A plain dialog's content has no border, so only a message box's framed text shows this.
+        "#DialogContent { background-color: rgb(16, 31, 40); border-color: rgb(47, 72, 82); }"
+        "KyLabel#MessageText { color: rgb(216, 225, 228); }"
+        "KyLabel#InformativeText { color: rgb(150, 166, 172); }"
         "ModalOverlay { background-color: rgb(6, 14, 19); border-width: 0px; }"
         // Window chrome.
         "KyMenuBar { background-color: rgb(12, 24, 31); color: rgb(216, 225, 228); }"
