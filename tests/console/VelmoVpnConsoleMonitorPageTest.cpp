@@ -10,6 +10,8 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <set>
 #include <string>
@@ -30,6 +32,15 @@
 namespace {
 
 namespace fs = std::filesystem;
+
+/// XTEST: sym typed with modifier held, as a keyboard would.
+void tap(Display* d, KeySym sym, KeySym modifier = 0) {
+    if (modifier) XTestFakeKeyEvent(d, XKeysymToKeycode(d, modifier), True, CurrentTime);
+    XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), True, CurrentTime);
+    XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), False, CurrentTime);
+    if (modifier) XTestFakeKeyEvent(d, XKeysymToKeycode(d, modifier), False, CurrentTime);
+    XSync(d, False);
+}
 
 template <typename T> T* findWidget(KyObject* in, const char* name = nullptr) {
     for (KyObject* child : in->children()) {
@@ -72,14 +83,7 @@ struct MonitorPage : kytest::GuiFixture {
         window.reset();
         GuiFixture::TearDown();
     }
-    void key(KeySym sym, KeySym modifier = 0) {
-        Display* d = user->display();
-        if (modifier) XTestFakeKeyEvent(d, XKeysymToKeycode(d, modifier), True, CurrentTime);
-        XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), True, CurrentTime);
-        XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), False, CurrentTime);
-        if (modifier) XTestFakeKeyEvent(d, XKeysymToKeycode(d, modifier), False, CurrentTime);
-        XSync(d, False);
-    }
+    void key(KeySym sym, KeySym modifier = 0) { tap(user->display(), sym, modifier); }
     void append(int from, int to, const char* what = "peer ready") {
         for (int i = from; i < to; ++i)
             velmoVpnConsoleAppendLog(log, KyString::format("12:%02d:%02d line %d %s", i / 60 % 60, i % 60, i, what));
@@ -161,14 +165,7 @@ TEST_F(MonitorPage, CtrlCCopiesTheSelectionOfTheReadOnlyLog) {
         << platform()->clipboardText().toStdString();
 }
 
-struct SaveLog : kytest::GuiFixture {
-    void tap(KeySym sym) {
-        Display* d = user->display();
-        XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), True, CurrentTime);
-        XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), False, CurrentTime);
-        XSync(d, False);
-    }
-};
+using SaveLog = kytest::GuiFixture;
 
 TEST_F(SaveLog, WritesTheWholeLogPrivatelyOrShowsWhyAndLeavesNothing) {
     const fs::path base = fs::temp_directory_path() / ("velmo-save-log-" + std::to_string(::getpid()));
@@ -214,11 +211,11 @@ TEST_F(SaveLog, WritesTheWholeLogPrivatelyOrShowsWhyAndLeavesNothing) {
             auto* field = findWidget<KyLineEdit>(&window, "savePath");
             if (stage == 0 && field && field->hasFocus()) {
                 field->setText(KyString(target));
-                tap(row.key);
+                tap(user->display(), row.key);
                 stage = 1;
             } else if (auto* box = findWidget<KyMessageBox>(&window); stage == 1 && box && box->isVisible()) {
                 shownReason = box->informativeText();
-                tap(XK_Return);
+                tap(user->display(), XK_Return);
                 stage = 2;
             }
         }, 10000, false, KyFiberLaneDefault);
@@ -233,12 +230,8 @@ TEST_F(SaveLog, WritesTheWholeLogPrivatelyOrShowsWhyAndLeavesNothing) {
         std::set<fs::path> entriesAfter = entries(base);
         if (row.saved) {
             EXPECT_EQ(entriesAfter.erase(target), 1u);
-            std::string written(fs::file_size(target), '\0');
-            FILE* f = std::fopen(target.c_str(), "rb");
-            ASSERT_NE(f, nullptr);
-            EXPECT_EQ(std::fread(written.data(), 1, written.size(), f), written.size());
-            std::fclose(f);
-            EXPECT_EQ(written, text.toStdString() + "\n");
+            std::ifstream file(target, std::ios::binary);
+            EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), text.toStdString() + "\n");
             struct stat st {};
             ASSERT_EQ(::stat(target.c_str(), &st), 0);
             EXPECT_EQ(st.st_mode & 0777, 0600u);
