@@ -80,6 +80,22 @@ KyString windowCss() {
         " border-radius: 9px; color: rgb(216, 225, 228); selection-background-color: rgb(94, 70, 44);"
         " gutter-background-color: rgb(13, 27, 35); gutter-color: rgb(84, 104, 112);"
         " current-line-background-color: rgb(16, 32, 41); }"
+        // The monitor log: monospace, a quiet gutter edge, the dark scroll bar.
+        "KyCodeEditor { font-family: DejaVu Sans Mono; font-size: 12px; caret-color: rgb(220, 154, 84);"
+        " gutter-border-color: rgb(33, 52, 60); gutter-current-color: rgb(216, 225, 228); }"
+        "KyCodeEditor, KyPlainTextEdit { scrollbar-background-color: rgb(12, 24, 31); scrollbar-border-color: rgb(33, 52, 60);"
+        " scrollbar-thumb-color: rgb(47, 72, 82); scrollbar-thumb-color-hover: rgb(68, 98, 110);"
+        " scrollbar-thumb-color-pressed: rgb(90, 124, 136); }"
+        "KyCodeEditor:focus, KyPlainTextEdit:focus { border-color: rgb(220, 154, 84); }"
+        "KyLabel#monitorSummary { color: rgb(216, 225, 228); font-size: 13px; }"
+        // Dialogs over a console window.
+        "KyDialog, KyMessageBox { background-color: rgb(16, 31, 40); border-color: rgb(47, 72, 82); border-width: 1px;"
+        " border-radius: 12px; }"
+        // A plain dialog's content has no border, so only a message box's framed text shows this.
+        "#DialogContent { background-color: rgb(16, 31, 40); border-color: rgb(47, 72, 82); }"
+        "KyLabel#MessageText { color: rgb(216, 225, 228); }"
+        "KyLabel#InformativeText { color: rgb(150, 166, 172); }"
+        "ModalOverlay { background-color: rgb(6, 14, 19); border-width: 0px; }"
         // Window chrome.
         "KyMenuBar { background-color: rgb(12, 24, 31); color: rgb(216, 225, 228); }"
         "KyStatusBar { background-color: rgb(243, 246, 247); border-color: rgb(214, 221, 224); color: rgb(40, 52, 58); }"

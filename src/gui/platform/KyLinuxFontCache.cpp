@@ -137,6 +137,11 @@ KyLinuxFontCache::Resolved KyLinuxFontCache::load_(Display* display, const Key& 
         add(buildPattern(family, key.pixelSize, key.bold, key.italic));
     };
     addFace(key.family);
+    // Core font names keep the blanks of a family ("dejavu sans mono"); the key
+    // joined its words with dashes, which a font name reads as field breaks.
+    std::string spaced = key.family;
+    std::replace(spaced.begin(), spaced.end(), '-', ' ');
+    if (spaced != key.family) addFace(spaced);
     add(key.family);
     addFace("dejavu-sans");
     addFace("dejavu sans");

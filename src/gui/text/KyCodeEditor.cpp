@@ -68,14 +68,16 @@ void KyCodeEditor::paintGutter_(KyPainter* painter, const KyRect& rect, int firs
     const KyColor fill = sheetColour(this, "gutter-background-color", KyColor(247, 248, 250));
     const KyColor text = sheetColour(this, "gutter-color", KyColor(140, 148, 160));
     painter->fillRect(rect, fill, fill, 0);
-    painter->drawLine(rect.x + rect.width - 1, rect.y, rect.x + rect.width - 1, rect.y + rect.height - 1, kGutterLine, 1);
+    const KyColor edge = sheetColour(this, "gutter-border-color", kGutterLine);
+    const KyColor currentText = sheetColour(this, "gutter-current-color", kCurrentNumber);
+    painter->drawLine(rect.x + rect.width - 1, rect.y, rect.x + rect.width - 1, rect.y + rect.height - 1, edge, 1);
     const int lh = lineHeight();
     const int current = textCursor().blockNumber();
     const KyFont font = textFont_();
     for (int block = first; block <= last; ++block) {
         const KyRect line{rect.x, rect.y + block * lh - verticalValue(), rect.width - 10, lh};
         painter->drawText(line, KyString(std::to_string(block + 1)), DrawTextFormat::AlignRight | DrawTextFormat::AlignVCenter,
-                          block == current ? kCurrentNumber : text, font);
+                          block == current ? currentText : text, font);
     }
 }
 

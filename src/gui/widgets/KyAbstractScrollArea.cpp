@@ -6,6 +6,7 @@
 #include "gui/platform/KyPainter.h"
 #include "gui/widgets/KyStyle.h"
 #include "gui/widgets/KyWidgetStyleSnapshot.h"
+#include "gui/widgets/StyleSheet.h"
 
 namespace {
 constexpr int kBarWidth = 12;
@@ -150,8 +151,17 @@ void KyAbstractScrollArea::resizeEvent(ResizeEvent* event) {
 void KyAbstractScrollArea::paintVerticalBar_(KyPainter* painter) {
     const KyRect bar = verticalBarRect();
     if (bar.isEmpty()) return;
-    painter->fillRect(bar, kTrack, kTrack, 0);
-    painter->drawLine(bar.x, bar.y, bar.x, bar.y + bar.height - 1, kTrackLine, 1);
-    const KyColor thumb = dragging_ ? kThumbPressed : barHover_ ? kThumbHover : kThumb;
+    // A dark sheet recolours the bar through these keys; the light look is the fallback.
+    auto colour = [this](const char* key, KyColor fallback) {
+        const KyString value = styleProperty(key);
+        if (!value.isEmpty()) ky::gui::StyleSheet::tryParseColor_(value, fallback);
+        return fallback;
+    };
+    const KyColor track = colour("scrollbar-background-color", kTrack);
+    painter->fillRect(bar, track, track, 0);
+    painter->drawLine(bar.x, bar.y, bar.x, bar.y + bar.height - 1, colour("scrollbar-border-color", kTrackLine), 1);
+    const KyColor thumb = dragging_ ? colour("scrollbar-thumb-color-pressed", kThumbPressed)
+                          : barHover_ ? colour("scrollbar-thumb-color-hover", kThumbHover)
+                                      : colour("scrollbar-thumb-color", kThumb);
     painter->fillRoundedRect(thumbRect_(), 3, thumb, thumb, 0);
 }
