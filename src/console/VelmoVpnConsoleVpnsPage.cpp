@@ -67,6 +67,7 @@ void buildVelmoVpnConsoleVpnsPage(KyWidget& page, VelmoVpnConsoleUi& ui) {
     ui.hotspotDelegate = new VpnHotspotItemDelegate(ui.hotspotView);
     ui.hotspotView->setModel(ui.hotspotModel);
     ui.hotspotView->setItemDelegate(ui.hotspotDelegate);
+    ui.hotspotView->setEmptyText("No VPNs to show", "The catalog appears here when the agent sends it");
     left->addWidget(ui.hotspotView, 1);
     catalogCard->setLayout(left);
 
@@ -82,6 +83,7 @@ void buildVelmoVpnConsoleVpnsPage(KyWidget& page, VelmoVpnConsoleUi& ui) {
     ui.endpointDelegate = new VpnEndpointItemDelegate(ui.endpointView);
     ui.endpointView->setModel(ui.endpointModel);
     ui.endpointView->setItemDelegate(ui.endpointDelegate);
+    ui.endpointView->setEmptyText("No VPN selected", "Choose a VPN on the left to see its users and devices");
     right->addWidget(ui.endpointView, 1);
     endpointCard->setLayout(right);
 
@@ -117,6 +119,15 @@ void velmoVpnConsoleRefreshEndpointWidgets(VelmoVpnConsoleUi& ui, const VelmoVpn
     if (ui.endpointStatusLabel)
         ui.endpointStatusLabel->setText(velmoVpnConsoleEndpointStatusText(
             session.inspectedHotspotId, session.endpointStatus, session.endpointError));
+    if (ui.endpointView) {
+        // While a list is on its way the status line says so; the middle stays quiet.
+        if (session.inspectedHotspotId.isEmpty())
+            ui.endpointView->setEmptyText("No VPN selected", "Choose a VPN on the left to see its users and devices");
+        else if (session.endpointStatus == "ready")
+            ui.endpointView->setEmptyText("No users or devices", "Nobody is on this VPN yet");
+        else
+            ui.endpointView->setEmptyText(KyString(), KyString());
+    }
     if (ui.endpointModel)
         ui.endpointModel->update(session.endpointsJson,
                                  velmoVpnConsoleIsSessionReady(session.backendConnected, session.authStatus));

@@ -3,6 +3,7 @@
 
 #include "console/VpnListRows.h"
 #include "core/runtime/KyCoreApplication.h"
+#include "gui/platform/KyPainter.h"
 #include "gui/platform/KyWidgetPlatformAdapter.h"
 
 namespace {
@@ -40,6 +41,30 @@ void VpnSwitchListView::post_(std::function<void()> fn) {
     if (!fn) return;
     KyCoreApplication* app = KyCoreApplication::instance();
     if (!app || !app->postEvent(fn)) fn();
+}
+
+void VpnSwitchListView::setEmptyText(const KyString& title, const KyString& hint) {
+    if (title == emptyTitle_ && hint == emptyHint_) return;
+    emptyTitle_ = title;
+    emptyHint_ = hint;
+    update();
+}
+
+void VpnSwitchListView::paintEvent(PaintEvent* event) {
+    KyListView::paintEvent(event);
+    KyPainter* painter = event->painter();
+    if (!painter || (model() && model()->rowCount() > 0) || emptyTitle_.isEmpty()) return;
+    const KyRect vp = viewportRect();
+    if (vp.width < 40 || vp.height < 60) return;
+    painter->pushClipRect(event->rect().intersected(vp));
+    painter->drawDashedRect({vp.x + 2, vp.y + 2, vp.width - 4, vp.height - 4}, KyColor(40, 62, 72), 1, 6, 4);
+    const int y = vp.y + vp.height * 2 / 5;
+    const auto centred = DrawTextFormat::AlignHCenter | DrawTextFormat::AlignVCenter;
+    painter->drawText({vp.x + 16, y - 22, vp.width - 32, 22}, emptyTitle_, centred, KyColor(170, 184, 189),
+                      VpnListRows::font(14, 600));
+    painter->drawText({vp.x + 16, y + 4, vp.width - 32, 18}, emptyHint_, centred, KyColor(110, 128, 135),
+                      VpnListRows::font(12));
+    painter->popClipRect();
 }
 
 void VpnSwitchListView::mousePressEvent(MouseEvent* event) {

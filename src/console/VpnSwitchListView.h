@@ -9,7 +9,8 @@
 // action means and post their callbacks through the event loop, so a model
 // reset inside a callback cannot pull the row out from under the event
 // being handled. The current row follows its id (role 101 of both models)
-// through the resets every snapshot causes.
+// through the resets every snapshot causes. An empty list says why in its
+// middle instead of showing a bare card.
 //
 // GUI thread only.
 #pragma once
@@ -28,6 +29,10 @@ public:
     /// The role both list models answer a row's id under.
     static constexpr int kIdRole = 101;
 
+    /// What an empty list says in its middle: a title and a hint under it.
+    void setEmptyText(const KyString& title, const KyString& hint);
+
+    void paintEvent(PaintEvent* event) override;
     void mousePressEvent(MouseEvent* event) override;
     void mouseReleaseEvent(MouseEvent* event) override;
     void keyPressEvent(KeyEvent* event) override;
@@ -47,6 +52,8 @@ protected:
     static void post_(std::function<void()> fn);
 
 private:
+    KyString emptyTitle_;
+    KyString emptyHint_;
     int pressedRow_ = -1;
     bool pressedOnSwitch_ = false;
 };
