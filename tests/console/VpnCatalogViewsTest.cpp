@@ -14,6 +14,7 @@
 #include "console/VelmoVpnConsoleUi.h"
 #include "console/VpnEndpointListModel.h"
 #include "console/VpnEndpointListView.h"
+#include "console/VpnHotspotItemDelegate.h"
 #include "console/VpnHotspotListView.h"
 #include "console/VpnListRows.h"
 #include "core/types/KyJsonHelpers.h"
@@ -206,6 +207,21 @@ TEST_F(VpnsPage, SwitchPixelsShowOnOffAndGreyed) {
     refresh();
     settle();
     EXPECT_EQ(accentPixels(ui.endpointView, 0), 0) << "not interactive: the same switch is greyed";
+}
+
+TEST_F(VpnsPage, TheBadgeGlyphFallsBackWhereTheServerLacksTheEmojiFace) {
+    struct Row { const char* name; const wchar_t* family; const char* text; bool covered; };
+    const Row rows[] = {
+        {"an installed face with every glyph", L"DejaVu Sans", "Oslo \xC3\xA9", true},
+        {"beyond what core fonts can index", L"DejaVu Sans", VpnHotspotItemDelegate::kGlyph, false},
+        {"a family the server does not have", L"Segoe UI Emoji", "A", false},
+    };
+    for (const Row& r : rows) {
+        KyFont font(r.family, 0);
+        font.pixelSize = 18;
+        EXPECT_EQ(KyWidgetPlatformAdapter::fontCoversText(root->nativeHandle(), font, r.text), r.covered) << r.name;
+    }
+    EXPECT_FALSE(ui.hotspotDelegate->drawsEmojiGlyph(ui.hotspotView)) << "the test server has no emoji face";
 }
 
 } // namespace
