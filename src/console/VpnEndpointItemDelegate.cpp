@@ -43,8 +43,7 @@ void VpnEndpointItemDelegate::paint(KyPainter* painter, const KyStyleOptionViewI
     // so it reads as a separate mark.
     const int d = 12;
     const KyRect dot{badge.x + badge.width - d + 3, badge.y + badge.height - d + 3, d, d};
-    const KyColor ring = state.hover ? KyColor(22, 41, 52) : state.current ? KyColor(23, 43, 54) : KyColor(19, 36, 46);
-    painter->fillEllipse(dot, online ? S::kPositive : kOfflineDot, ring, 2);
+    painter->fillEllipse(dot, online ? S::kPositive : kOfflineDot, tileFill(state), 2);
 
     const KyRect sw = switchRect(row);
     paintSwitch(painter, sw, {enabled, interactive, -1});

@@ -98,18 +98,20 @@ TileState tileStateOf(const KyStyleOptionViewItem& option, bool selected) {
     return state;
 }
 
+KyColor tileFill(const TileState& state) {
+    // The inspected VPN: the card tinted towards the accent.
+    if (state.selected) return mix(S::kCardBackground, S::kAccent, state.hover ? 38 : 30);
+    if (state.hover) return kTileHoverFill;
+    return state.current ? kTileCurrentFill : kTileFill;
+}
+
 void paintTile(KyPainter* painter, const KyRect& row, const TileState& state) {
     const KyRect tile = tileRect(row);
-    KyColor fill = kTileFill, border = kTileBorder;
-    if (state.selected) {
-        // The inspected VPN: the card tinted towards the accent, framed in it.
-        fill = mix(S::kCardBackground, S::kAccent, state.hover ? 38 : 30);
-        border = S::kAccentBorder;
-    } else if (state.hover) {
-        fill = kTileHoverFill, border = kTileHoverBorder;
-    } else if (state.current) {
-        fill = kTileCurrentFill, border = kTileCurrentBorder;
-    }
+    const KyColor fill = tileFill(state);
+    const KyColor border = state.selected  ? S::kAccentBorder
+                           : state.hover   ? kTileHoverBorder
+                           : state.current ? kTileCurrentBorder
+                                           : kTileBorder;
     // The keyboard's row in a focused list wears a ring outside its frame,
     // so it shows on the selected tile as well.
     if (state.current && state.focused) {

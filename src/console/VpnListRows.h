@@ -63,6 +63,8 @@ struct TileState {
     bool focused = false;
 };
 void paintTile(KyPainter* painter, const KyRect& row, const TileState& state);
+/// The tile's fill in state (marks drawn on the tile ring themselves in it).
+KyColor tileFill(const TileState& state);
 void paintSwitch(KyPainter* painter, const KyRect& rect, const SwitchLook& look);
 /// A small rounded tag of capital text ending at right, centred on centreY;
 /// returns its left edge.
