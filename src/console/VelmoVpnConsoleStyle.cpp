@@ -36,6 +36,10 @@ KyString windowCss() {
         " border-color: rgb(33, 52, 60); color: rgb(96, 112, 118); placeholder-color: rgb(68, 86, 93); }"
         "KyPopupList { background-color: rgb(16, 31, 40); border-color: rgb(47, 72, 82); color: rgb(216, 225, 228);"
         " highlight-background-color: rgb(94, 70, 44); highlight-color: rgb(246, 238, 228); }"
+        // Menus (the session menu, the lists' row menus).
+        "PopupList { background-color: rgb(16, 31, 40); border-color: rgb(56, 84, 94); border-width: 1px;"
+        " border-radius: 8px; color: rgb(216, 225, 228); font-size: 13px; highlight-background-color: rgb(94, 70, 44);"
+        " highlight-color: rgb(246, 238, 228); disabled-color: rgb(96, 112, 118); separator-color: rgb(47, 72, 82); }"
         // Buttons: secondary by default, primary and destructive by name.
         "KyPushButton { background-color: rgb(22, 40, 49); border-color: rgb(56, 84, 94); border-width: 1px;"
         " border-radius: 9px; color: rgb(216, 225, 228); font-size: 13px; focus-border-color: rgb(220, 154, 84); }"

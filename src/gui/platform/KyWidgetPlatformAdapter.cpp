@@ -190,6 +190,25 @@ std::size_t KyWidgetPlatformAdapter::characterIndexAtPosition(const KyWidgetPlat
     return KyX11TextRun(resolved, text.view()).indexAt(x);
 }
 
+bool KyWidgetPlatformAdapter::fontCoversText(const KyWidgetPlatformHandle& handle, const KyFont& font,
+                                             const KyString& text) {
+    Display* display = displayOf(handle);
+    if (!display || text.isEmpty()) return false;
+    // The cache would hand back a stand-in face for a family the server lacks;
+    // asking the server's font list tells the two apart. Font directories
+    // spell a family with blanks or with dashes, as the cache tries them.
+    std::string family = KyLinuxFontCache::keyFor(font).family;
+    int count = 0;
+    for (int spelling = 0; spelling < 2 && count == 0; ++spelling) {
+        if (spelling == 1) std::replace(family.begin(), family.end(), '-', ' ');
+        const std::string pattern = "-*-" + family + "-*";
+        if (char** names = XListFonts(display, pattern.c_str(), 1, &count)) XFreeFontNames(names);
+    }
+    if (count == 0) return false;
+    const KyLinuxFontCache::Resolved resolved = KyLinuxFontCache::resolve(display, font);
+    return resolved.font && KyX11TextRun(resolved, text.view()).coversAll();
+}
+
 // ---------------------------------------------------------------------------
 // Keys
 

@@ -58,6 +58,12 @@ public:
     static std::size_t characterIndexAtPosition(const KyWidgetPlatformHandle& handle, const KyString& text,
                                                 const KyFont& font, int x, int fallbackWidth);
 
+    /// True when the server has font's own family (not a stand-in face that
+    /// the font cache falls back to) and that face draws every character of
+    /// text with a glyph of its own. Core fonts index the Basic Multilingual
+    /// Plane only, so text beyond it is never covered. False without a connection.
+    static bool fontCoversText(const KyWidgetPlatformHandle& handle, const KyFont& font, const KyString& text);
+
     /// The character a printable keysym types, with letters in upper case when
     /// exactly one of shift and caps holds. False for keys that type nothing.
     static bool translateCharacter(int key, bool shift, bool caps, wchar_t& out);

@@ -74,7 +74,10 @@ unsigned missingGlyph(const XFontStruct* font) {
 
 KyX11TextRun::KyX11TextRun(const KyLinuxFontCache::Resolved& font, std::string_view utf8)
     : font_(font.font), unicode_(font.font && font.unicode), text_(utf8) {
-    if (!unicode_) return;
+    if (!unicode_) {
+        covered_ = font_ && std::all_of(text_.begin(), text_.end(), [](char c) { return (c & 0x80) == 0; });
+        return;
+    }
     Scratch& s = tScratch;
     s.glyphs.clear();
     s.offsets.clear();
@@ -85,6 +88,7 @@ KyX11TextRun::KyX11TextRun(const KyLinuxFontCache::Resolved& font, std::string_v
         // Beyond the plane a 16-bit index cannot reach, and glyphs the font
         // lacks: one stand-in, which the server draws and Xlib measures alike.
         if (cp > 0xFFFF || !hasGlyph(font_, cp)) {
+            covered_ = false;
             if (fallback == ~0u) fallback = missingGlyph(font_);
             cp = fallback;
         }

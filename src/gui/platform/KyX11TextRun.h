@@ -35,6 +35,9 @@ public:
     std::size_t indexAt(int x) const;
     /// Draws the run with its baseline origin at (x, y); the GC's font must be set.
     void draw(Display* display, Drawable drawable, GC gc, int x, int y) const;
+    /// True when every character has a glyph of its own in the font, so that
+    /// nothing shows as the stand-in (a byte font covers ASCII alone).
+    bool coversAll() const { return covered_; }
 
 private:
     int extents_(std::size_t count, int* ascent, int* descent) const;
@@ -42,5 +45,6 @@ private:
 
     XFontStruct* font_;
     bool unicode_;
+    bool covered_ = true;
     std::string_view text_;
 };

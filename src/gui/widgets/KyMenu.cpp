@@ -13,6 +13,7 @@
 #include "gui/widgets/KyMenuBar.h"
 #include "gui/widgets/KyStyle.h"
 #include "gui/widgets/KyWidgetStyleSnapshot.h"
+#include "gui/widgets/StyleSheet.h"
 
 namespace {
 
@@ -130,6 +131,16 @@ void KyMenu::PopupList::paintEvent(PaintEvent* event) {
     paintOwnBox_(p);
     const ResolvedStyleSnapshot_& s = styleSnapshot_();
     const KyColor text = s.hasTextColor ? s.textColor : kText;
+    // A dark sheet names the row colours too; the light ones are the default.
+    auto sheetColour = [this](const char* name, const KyColor& fallback) {
+        KyColor c;
+        const KyString value = styleProperty(name);
+        return !value.isEmpty() && ky::gui::StyleSheet::tryParseColor_(value, c) ? c : fallback;
+    };
+    const KyColor rowHover = sheetColour("highlight-background-color", kRowHover);
+    const KyColor currentText = sheetColour("highlight-color", text);
+    const KyColor disabledText = sheetColour("disabled-color", kDisabledText);
+    const KyColor separator = sheetColour("separator-color", kSeparator);
     const KyFont font = resolveStyledFont();
     const KyVector<KyRect>& rows = menu_->rowRects_;
     for (int i = 0; i < static_cast<int>(rows.size()) && i < static_cast<int>(menu_->actions_.size()); ++i) {
@@ -137,20 +148,20 @@ void KyMenu::PopupList::paintEvent(PaintEvent* event) {
         const KyRect r = rows[i];
         if (a->getSeparator()) {
             const int y = r.y + r.height / 2;
-            p->drawLine(r.x + 8, y, r.x + r.width - 9, y, kSeparator, 1);
+            p->drawLine(r.x + 8, y, r.x + r.width - 9, y, separator, 1);
             continue;
         }
         const bool current = i == menu_->current_;
         if (current) {
             KyRect fill{r.x + 4, r.y + 1, r.width - 8, r.height - 2};
-            p->fillRoundedRect(fill, 5, kRowHover, kRowHover, 0);
+            p->fillRoundedRect(fill, 5, rowHover, rowHover, 0);
         }
-        const KyColor colour = a->getEnabled() ? text : kDisabledText;
+        const KyColor colour = !a->getEnabled() ? disabledText : current ? currentText : text;
         if (a->getCheckable() && a->getChecked()) {
             // A check mark of two strokes, two pixels wide, in the accent.
             const int cx = r.x + 15, cy = r.y + r.height / 2;
-            p->drawLine(cx - 5, cy, cx - 2, cy + 3, a->getEnabled() ? kCheck : kDisabledText, 2);
-            p->drawLine(cx - 2, cy + 3, cx + 4, cy - 4, a->getEnabled() ? kCheck : kDisabledText, 2);
+            p->drawLine(cx - 5, cy, cx - 2, cy + 3, a->getEnabled() ? kCheck : disabledText, 2);
+            p->drawLine(cx - 2, cy + 3, cx + 4, cy - 4, a->getEnabled() ? kCheck : disabledText, 2);
         }
         p->drawText({r.x + kTextLeft, r.y, r.width - kTextLeft - kTextRight, r.height}, a->getText(),
                     DrawTextFormat::AlignVCenter, colour, font);

@@ -1,0 +1,227 @@
+// The "VPNs" tab on a private X server, used as a user would: clicks and keys
+// through XTEST reach the select, join and device callbacks with the right id
+// and wanted state; copies land on the X clipboard; the switches' pixels say
+// on, off and greyed.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "../support/KyTestWidgetWindow.h"
+#include "console/VelmoVpnConsolePages.h"
+#include "console/VelmoVpnConsoleSession.h"
+#include "console/VelmoVpnConsoleStyle.h"
+#include "console/VelmoVpnConsoleUi.h"
+#include "console/VpnEndpointListModel.h"
+#include "console/VpnEndpointListView.h"
+#include "console/VpnHotspotItemDelegate.h"
+#include "console/VpnHotspotListView.h"
+#include "console/VpnListRows.h"
+#include "core/types/KyJsonHelpers.h"
+#include "gui/platform/KyWidgetPlatformAdapter.h"
+#include "gui/widgets/KyBoxLayout.h"
+#include "gui/widgets/KyMenu.h"
+// Last: it brings Xlib's macros.
+#include "../support/KyTestX11.h"
+
+namespace {
+
+KyJsonArray arrayOf(const char* json) { return parseJsonObjectOrEmpty(json)["l"].toArray(); }
+
+struct VpnsPage : kytest::GuiFixture {
+    void SetUp() override {
+        GuiFixture::SetUp();
+        root = new KyWidget;
+        root->setObjectName("consoleRoot");
+        root->setStyleSheet(VelmoVpnConsoleStyle::windowCss());
+        auto* page = new KyWidget(root);
+        buildVelmoVpnConsoleVpnsPage(*page, ui);
+        auto* layout = new KyVerticalLayout;
+        layout->setContentsMargins(0, 0, 0, 30); // a bare strip where settle() parks the pointer
+        layout->addWidget(page, 1);
+        root->setLayout(layout);
+        window = std::make_unique<kytest::WidgetWindow>(app.get(), root, 1100, 560);
+        velmoVpnConsoleSetListCallbacks(
+            ui, [this](const KyString& id) { calls.push_back("select " + id.toStdString()); },
+            [this](const KyString& id, bool on) { calls.push_back("join " + id.toStdString() + (on ? " on" : " off")); },
+            [this](const KyString& id, bool on) { calls.push_back("device " + id.toStdString() + (on ? " on" : " off")); });
+        session.backendConnected = true;
+        session.authStatus = "ready";
+        session.hotspotsJson = arrayOf(R"({"l":[{"id":"hs-a","name":"Oslo"},{"id":"hs-b","name":"Lima"},{"id":"hs-c"}]})");
+        session.activeHotspotId = "hs-a";
+        session.inspectedHotspotId = "hs-b";
+        session.endpointsJson = arrayOf(R"({"l":[
+            {"id":"d-1","clientId":"c-1","machineName":"ana-pc","currentIp":"10.40.2.11","reservedIp":"10.40.2.21","vpnEnabled":true},
+            {"id":"d-2","machineName":"kofi-pc","currentIp":"10.40.2.12","reservedIp":"10.40.2.22","vpnEnabled":false}]})");
+        refresh();
+        window->show();
+        settle();
+    }
+    void TearDown() override {
+        window.reset();
+        delete root;
+        GuiFixture::TearDown();
+    }
+    void refresh() {
+        velmoVpnConsoleRefreshCatalogWidgets(ui, session);
+        velmoVpnConsoleRefreshEndpointWidgets(ui, session);
+    }
+    void settle() { kytest::settleWindow(*this, *window, root, 1090, 550); }
+    // A point of a row (its switch or its body) in window coordinates.
+    KyPoint at(KyListView* view, int row, bool onSwitch) {
+        const KyRect r = onSwitch ? VpnListRows::switchRect(view->rowRect(row)) : view->rowRect(row);
+        const KyPoint local = onSwitch ? KyPoint(r.x + r.width / 2, r.y + r.height / 2) : KyPoint(r.x + 140, r.y + r.height / 2);
+        return view->rootRect().topLeft() + local;
+    }
+    void click(KyPoint p, unsigned button = 1) {
+        const KyPoint o = KyWidgetPlatformAdapter::clientOriginOnScreen(root->nativeHandle());
+        user->fakeMotion(o.x + p.x, o.y + p.y);
+        user->fakeButton(button, true);
+        user->fakeButton(button, false);
+    }
+    // Focus follows the pointer on a bare server: keys go where the last click was.
+    void key(KeySym sym, KeySym modifier = 0) {
+        Display* d = user->display();
+        if (modifier) XTestFakeKeyEvent(d, XKeysymToKeycode(d, modifier), True, CurrentTime);
+        XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), True, CurrentTime);
+        XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), False, CurrentTime);
+        if (modifier) XTestFakeKeyEvent(d, XKeysymToKeycode(d, modifier), False, CurrentTime);
+        XSync(d, False);
+    }
+    bool awaitCalls(std::size_t n) { return runUntil([&] { return calls.size() >= n; }); }
+    // The clipboard's text as another X client reads it.
+    std::string clipboard() {
+        Display* d = user->display();
+        const Window requestor = XCreateSimpleWindow(d, DefaultRootWindow(d), 0, 0, 1, 1, 0, 0, 0);
+        const Atom property = user->atom("KY_TEST_PASTE");
+        XConvertSelection(d, user->atom("CLIPBOARD"), user->atom("UTF8_STRING"), property, requestor, CurrentTime);
+        XSync(d, False);
+        XEvent event;
+        std::string text;
+        if (runUntil([&] { return XCheckTypedWindowEvent(d, requestor, SelectionNotify, &event); }) &&
+            event.xselection.property != None) {
+            Atom type = None;
+            int format = 0;
+            unsigned long items = 0, after = 0;
+            unsigned char* data = nullptr;
+            XGetWindowProperty(d, requestor, property, 0, 1 << 16, True, AnyPropertyType, &type, &format, &items,
+                               &after, &data);
+            if (data) text.assign(reinterpret_cast<char*>(data), items), XFree(data);
+            if (!text.empty() && text.back() == '\0') text.pop_back();
+        }
+        XDestroyWindow(d, requestor);
+        return text;
+    }
+    // Pixels of a row's switch in the accent (an "on" track).
+    int accentPixels(KyListView* view, int row) {
+        const KyRect s = VpnListRows::switchRect(view->rowRect(row));
+        const KyPoint p = view->rootRect().topLeft() + KyPoint(s.x, s.y);
+        int n = 0;
+        for (std::uint32_t px : user->pixels(window->id(), {p.x, p.y, s.width, s.height}))
+            n += KyColor::fromRgb(px) == VelmoVpnConsoleStyle::kAccent;
+        return n;
+    }
+
+    KyWidget* root = nullptr;
+    std::unique_ptr<kytest::WidgetWindow> window;
+    VelmoVpnConsoleUi ui;
+    VelmoVpnConsoleSession session;
+    std::vector<std::string> calls;
+};
+
+TEST_F(VpnsPage, ClicksOnACatalogRowSelectOrJoinOrLeaveThatVpn) {
+    struct Row { const char* name; int row; bool onSwitch; const char* call; };
+    const Row rows[] = {
+        {"the body of another VPN selects it", 2, false, "select hs-c"},
+        {"the switch of an idle VPN joins it", 1, true, "join hs-b on"},
+        {"the switch of the active VPN leaves it", 0, true, "join hs-a off"},
+    };
+    for (const Row& r : rows) {
+        calls.clear();
+        click(at(ui.hotspotView, r.row, r.onSwitch));
+        ASSERT_TRUE(awaitCalls(1)) << r.name;
+        EXPECT_EQ(calls, std::vector<std::string>{r.call}) << r.name;
+    }
+}
+
+TEST_F(VpnsPage, ADeviceSwitchAsksForTheOtherStateAndIsInertWhileTheSessionIsNotReady) {
+    click(at(ui.endpointView, 0, true));
+    ASSERT_TRUE(awaitCalls(1));
+    click(at(ui.endpointView, 1, true)); // no client id: the device's id names it
+    ASSERT_TRUE(awaitCalls(2));
+    EXPECT_EQ(calls, (std::vector<std::string>{"device c-1 off", "device d-2 on"}));
+
+    calls.clear();
+    session.authStatus = "restoring";
+    refresh();
+    click(at(ui.endpointView, 0, true));
+    key(XK_space);
+    settle(); // both reached the list while it was not interactive
+    session.authStatus = "ready";
+    refresh();
+    // Callbacks arrive in order: the one after the inert attempts is the first.
+    click(at(ui.endpointView, 1, true));
+    ASSERT_TRUE(awaitCalls(1));
+    EXPECT_EQ(calls, std::vector<std::string>{"device d-2 on"});
+}
+
+TEST_F(VpnsPage, KeysMoveTheRowAndSelectJoinOrToggleIt) {
+    click(at(ui.hotspotView, 0, false)); // focus: a select of the first VPN
+    ASSERT_TRUE(awaitCalls(1));
+    key(XK_Down);
+    key(XK_Return);
+    key(XK_space);
+    ASSERT_TRUE(awaitCalls(3));
+    click(at(ui.endpointView, 0, false)); // the body of a device does nothing
+    key(XK_Down);
+    key(XK_space);
+    ASSERT_TRUE(awaitCalls(4));
+    EXPECT_EQ(calls, (std::vector<std::string>{"select hs-a", "select hs-b", "join hs-b on", "device d-2 on"}));
+}
+
+TEST_F(VpnsPage, CtrlCAndTheRowMenuCopyADevicesAddressesAndName) {
+    click(at(ui.endpointView, 0, false));
+    key(XK_c, XK_Control_L);
+    settle(); // the copy is made before another client asks for it
+    EXPECT_EQ(clipboard(), "10.40.2.11");
+
+    click(at(ui.endpointView, 1, false), 3); // the right button: the row's menu
+    ASSERT_TRUE(runUntil([&] { return ui.endpointView->contextMenu()->isVisible(); }));
+    key(XK_Down), key(XK_Down), key(XK_Return); // "Copy reserved IP"
+    ASSERT_TRUE(runUntil([&] { return !ui.endpointView->contextMenu()->isVisible(); }));
+    EXPECT_EQ(clipboard(), "10.40.2.22");
+
+    key(XK_Menu); // the keyboard's way to the same menu, on the same row
+    ASSERT_TRUE(runUntil([&] { return ui.endpointView->contextMenu()->isVisible(); }));
+    key(XK_Up), key(XK_Return); // from no row, Up takes the last: "Copy name"
+    ASSERT_TRUE(runUntil([&] { return !ui.endpointView->contextMenu()->isVisible(); }));
+    EXPECT_EQ(clipboard(), "kofi-pc");
+    EXPECT_TRUE(calls.empty()) << "copying never flips a switch";
+}
+
+TEST_F(VpnsPage, SwitchPixelsShowOnOffAndGreyed) {
+    EXPECT_GT(accentPixels(ui.hotspotView, 0), 100) << "the active VPN's switch is on";
+    EXPECT_EQ(accentPixels(ui.hotspotView, 1), 0) << "an idle VPN's switch is off";
+    EXPECT_GT(accentPixels(ui.endpointView, 0), 100) << "an allowed device's switch is on";
+    session.authStatus = "restoring";
+    refresh();
+    settle();
+    EXPECT_EQ(accentPixels(ui.endpointView, 0), 0) << "not interactive: the same switch is greyed";
+}
+
+TEST_F(VpnsPage, TheBadgeGlyphFallsBackWhereTheServerLacksTheEmojiFace) {
+    struct Row { const char* name; const wchar_t* family; const char* text; bool covered; };
+    const Row rows[] = {
+        {"an installed face with every glyph", L"DejaVu Sans", "Oslo \xC3\xA9", true},
+        {"beyond what core fonts can index", L"DejaVu Sans", VpnHotspotItemDelegate::kGlyph, false},
+        {"a family the server does not have", L"Segoe UI Emoji", "A", false},
+    };
+    for (const Row& r : rows) {
+        KyFont font(r.family, 0);
+        font.pixelSize = 18;
+        EXPECT_EQ(KyWidgetPlatformAdapter::fontCoversText(root->nativeHandle(), font, r.text), r.covered) << r.name;
+    }
+    EXPECT_FALSE(ui.hotspotDelegate->drawsEmojiGlyph(ui.hotspotView)) << "the test server has no emoji face";
+}
+
+} // namespace
