@@ -113,6 +113,7 @@ private:
     int hoverRow_ = -1;
     int anchorRow_ = -1;
     KyModelIndex pressedIndex_;
+    KyPersistentModelIndex doubleClickIndex_; ///< the cell of a double click whose press is still to come
     KyWidget* editor_ = nullptr;
     KyPersistentModelIndex editIndex_;
 };
