@@ -105,6 +105,11 @@ TEST_F(ItemViewTest, AListOfFiveThousandRowsPaintsOnlyVisibleRowsAndRepaintsOnly
     ASSERT_FALSE(delegate.rows.empty());
     EXPECT_LE(*delegate.rows.rbegin(), view->lastVisibleRow());
     EXPECT_TRUE(view->isVerticalBarVisible());
+    // The bar is the toolkit's scroll bar, styled by its sheet keys.
+    view->setStyleSheet("KyScrollBar { thumb-color: rgb(200, 0, 0); }");
+    settle();
+    const KyRect bar = view->verticalBarRect();
+    EXPECT_EQ(user->pixel(window->id(), bar.x + bar.width / 2, bar.y + 10), KyColor(200, 0, 0));
 
     struct Row { const char* name; std::function<void()> change; int firstPainted; int lastPainted; };
     const Row table[] = {
