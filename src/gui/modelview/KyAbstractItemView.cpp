@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "gui/platform/KyPainter.h"
+#include "gui/widgets/KyScrollBar.h"
 #include "gui/widgets/KyWidgetStyleSnapshot.h"
 #include "gui/widgets/StyleSheet.h"
 
@@ -475,6 +476,8 @@ void KyAbstractItemView::closeEditor(bool commit) {
 }
 
 bool KyAbstractItemView::eventFilter(KyObject* watched, KyEvent* event) {
+    // The pointer on the scroll bar has left the rows.
+    if (watched == verticalScrollBar() && event->type() == Event::MouseMove) setHoverRow_(-1);
     if (watched == editor_ && event->type() == Event::KeyPress) {
         const int key = static_cast<KeyEvent*>(event)->keyCode();
         if (key == kKeyReturn || key == kKeyEnter || key == kKeyEscape) {
