@@ -9,7 +9,10 @@
 // the costs a user triggers by hand on 10 000 rows: a sort by column and a
 // filter keystroke. Painting: a 1260x700 list view over 5000 rows, one
 // full frame through the widget tree, beside the floor of filling and
-// drawing the text of the same visible rows straight on the painter.
+// drawing the text of the same visible rows straight on the painter. Scroll
+// frames: a Page Down through the widget tree and the repaint after it, on
+// 10 000 rows beside the same on 100 rows (a frame must not cost more for
+// rows nobody sees), and a 300-row reset of a shown list with its repaint.
 #include <benchmark/benchmark.h>
 
 #include <string>
@@ -22,6 +25,9 @@
 #include "gui/platform/KyScopedPlatformPainter.h"
 #include "gui/modelview/KySortFilterProxyModel.h"
 #include "gui/modelview/KyStandardItemModel.h"
+
+// Named before Xlib, whose KeyPress macro would take the name's place.
+constexpr int kKeyPressEvent = KyWidget::Event::KeyPress;
 
 // Xlib last: its macros (None, Status) would break the framework's headers.
 #include <X11/Xlib.h>
@@ -219,14 +225,24 @@ BENCHMARK(BM_ProxyFilterKeystroke10k)->Unit(benchmark::kMillisecond);
 constexpr int kViewWidth = 1260;
 constexpr int kViewHeight = 700;
 
+// Counts the cells it paints, so a frame's work can be read per row.
+class CountingDelegate : public KyStyledItemDelegate {
+public:
+    void paint(KyPainter* p, const KyStyleOptionViewItem& o, const KyModelIndex& i) const override {
+        ++cells;
+        KyStyledItemDelegate::paint(p, o, i);
+    }
+    mutable long cells = 0;
+};
+
 struct ListPaint {
     KyGuiApplication app;
     KyStandardItemModel model;
     KyWidget* root = new KyWidget;
     KyListView* view = new KyListView(root);
     kytest::WidgetWindow host{&app, root, kViewWidth, kViewHeight};
-    ListPaint() {
-        rebuild(model, 5000);
+    explicit ListPaint(int rows = 5000) {
+        rebuild(model, rows);
         view->setGeometry(0, 0, kViewWidth, kViewHeight);
         view->setModel(&model);
         view->setCurrentIndex(model.index(3, 0));
@@ -281,8 +297,52 @@ void BM_BaselinePaintRowsFillAndText(benchmark::State& state) {
 
 } // namespace
 
+// One scroll frame as a user makes it: Page Down reaches the focused view
+// through the window's key dispatch, then the window repaints. At the last
+// row Home starts over, one frame like the others.
+void BM_ListViewPageDownFrame(benchmark::State& state) {
+    if (!kytest::Xvfb::instance().running()) return state.SkipWithError("no Xvfb");
+    ListPaint s(static_cast<int>(state.range(0)));
+    CountingDelegate delegate;
+    s.view->setItemDelegate(&delegate);
+    s.view->requestFocus();
+    Display* d = static_cast<Display*>(s.host.window()->nativeDisplay());
+    const KyPlatformPaintEvent request = s.request();
+    const int last = s.model.rowCount() - 1;
+    long frames = 0;
+    for (auto _ : state) {
+        KyKeyEvent key;
+        key.keyCode = s.view->currentIndex().row() == last ? 0xff50 /* Home */ : 0xff56 /* Page Down */;
+        KyWidget::KeyEvent press(kKeyPressEvent, key);
+        s.root->dispatchKeyEventFromRoot_(&press);
+        s.root->paintFromPlatform_(s.app.platformIntegration(), request, true);
+        XSync(d, False);
+        ++frames;
+    }
+    s.view->setItemDelegate(nullptr);
+    state.counters["rows"] = static_cast<double>(s.model.rowCount());
+    state.counters["cells_per_frame"] = frames ? static_cast<double>(delegate.cells) / static_cast<double>(frames) : 0;
+}
+
+// A shown list rebuilt from a 300-row snapshot, then the window repainted:
+// what the console pays each time the catalog list is refreshed.
+void BM_ListViewReset300AndRepaint(benchmark::State& state) {
+    if (!kytest::Xvfb::instance().running()) return state.SkipWithError("no Xvfb");
+    ListPaint s(300);
+    Display* d = static_cast<Display*>(s.host.window()->nativeDisplay());
+    const KyPlatformPaintEvent request = s.request();
+    for (auto _ : state) {
+        rebuild(s.model, 300);
+        s.root->paintFromPlatform_(s.app.platformIntegration(), request, true);
+        XSync(d, False);
+    }
+    state.SetItemsProcessed(state.iterations() * 300);
+}
+
 BENCHMARK(BM_PaintListView5000Rows)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_BaselinePaintRowsFillAndText)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_ListViewPageDownFrame)->Arg(100)->Arg(10000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_ListViewReset300AndRepaint)->Unit(benchmark::kMicrosecond);
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);

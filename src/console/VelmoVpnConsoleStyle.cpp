@@ -84,12 +84,9 @@ KyString windowCss() {
         " border-radius: 9px; color: rgb(216, 225, 228); selection-background-color: rgb(94, 70, 44);"
         " gutter-background-color: rgb(13, 27, 35); gutter-color: rgb(84, 104, 112);"
         " current-line-background-color: rgb(16, 32, 41); }"
-        // The monitor log: monospace, a quiet gutter edge, the dark scroll bar.
+        // The monitor log: monospace and a quiet gutter edge.
         "KyCodeEditor { font-family: DejaVu Sans Mono; font-size: 12px; caret-color: rgb(220, 154, 84);"
         " gutter-border-color: rgb(33, 52, 60); gutter-current-color: rgb(216, 225, 228); }"
-        "KyCodeEditor, KyPlainTextEdit { scrollbar-background-color: rgb(12, 24, 31); scrollbar-border-color: rgb(33, 52, 60);"
-        " scrollbar-thumb-color: rgb(47, 72, 82); scrollbar-thumb-color-hover: rgb(68, 98, 110);"
-        " scrollbar-thumb-color-pressed: rgb(90, 124, 136); }"
         "KyCodeEditor:focus, KyPlainTextEdit:focus { border-color: rgb(220, 154, 84); }"
         "KyLabel#monitorSummary { color: rgb(216, 225, 228); font-size: 13px; }"
         // Dialogs over a console window.

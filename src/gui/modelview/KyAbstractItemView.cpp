@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "gui/platform/KyPainter.h"
+#include "gui/widgets/KyScrollBar.h"
 #include "gui/widgets/KyWidgetStyleSnapshot.h"
 #include "gui/widgets/StyleSheet.h"
 
@@ -245,7 +246,6 @@ void KyAbstractItemView::paintEvent(PaintEvent* event) {
         if (first <= last) paintRows_(painter, clip, first, last);
         painter->popClipRect();
     }
-    paintVerticalBar_(painter);
     paintChildren_(painter, event->rect());
 }
 
@@ -369,9 +369,20 @@ void KyAbstractItemView::keyPressEvent(KeyEvent* event) {
 
 void KyAbstractItemView::viewportMousePressEvent(MouseEvent* event) {
     if (!isEnabled()) return event->ignore();
+    const KyModelIndex index = indexAt(event->pos());
     requestFocus();
     if (editor_) closeEditor(true);
-    const KyModelIndex index = indexAt(event->pos());
+    // A double click reaches the view first as itself, then as the press it
+    // was made of; the editor opens on that press, so that the focus the
+    // press gives the view does not close it at once.
+    const KyModelIndex doubled = doubleClickIndex_;
+    doubleClickIndex_ = KyModelIndex();
+    if (event->clickCount() > 1 && index.isValid() && index == doubled) {
+        pressedIndex_ = index;
+        event->accept();
+        if (!edit(index)) activated(index);
+        return;
+    }
     pressedIndex_ = index;
     event->accept();
     if (!index.isValid()) return;
@@ -391,7 +402,7 @@ void KyAbstractItemView::viewportMouseDoubleClickEvent(MouseEvent* event) {
     event->accept();
     if (!index.isValid()) return;
     doubleClicked(index);
-    if (!edit(index)) activated(index);
+    doubleClickIndex_ = index;
 }
 
 void KyAbstractItemView::viewportMouseMoveEvent(MouseEvent* event) {
@@ -455,13 +466,18 @@ void KyAbstractItemView::closeEditor(bool commit) {
     editor->removeEventFilter(this);
     if (commit && model_ && editIndex_.isValid()) delegate_->setModelData(editor, model_, editIndex_);
     editIndex_ = KyModelIndex();
+    // The keyboard comes back to the view only from the editor: when the
+    // editor closes because the user clicked another field, that field keeps it.
+    const bool hadFocus = editor->hasFocus();
     editor->hide();
     editor->deleteLater();
-    requestFocus();
+    if (hadFocus) requestFocus();
     update();
 }
 
 bool KyAbstractItemView::eventFilter(KyObject* watched, KyEvent* event) {
+    // The pointer on the scroll bar has left the rows.
+    if (watched == verticalScrollBar() && event->type() == Event::MouseMove) setHoverRow_(-1);
     if (watched == editor_ && event->type() == Event::KeyPress) {
         const int key = static_cast<KeyEvent*>(event)->keyCode();
         if (key == kKeyReturn || key == kKeyEnter || key == kKeyEscape) {
@@ -469,5 +485,5 @@ bool KyAbstractItemView::eventFilter(KyObject* watched, KyEvent* event) {
             return true;
         }
     }
-    return false;
+    return KyAbstractScrollArea::eventFilter(watched, event);
 }

@@ -9,7 +9,9 @@
 // selection and current cell live in a KyItemSelectionModel the view owns
 // unless given one; mouse and keyboard (arrows, pages, Home, End, Shift and
 // Ctrl extensions, Space, F2, Enter) change it. Each cell is drawn by the
-// view's delegate, replaceable per view. GUI thread only.
+// view's delegate, replaceable per view, which also makes the editor that F2
+// or a double click opens on an editable cell: Return or the focus leaving
+// it writes it back, Escape drops it. GUI thread only.
 #pragma once
 
 #include "gui/modelview/KyItemSelectionModel.h"
@@ -113,6 +115,7 @@ private:
     int hoverRow_ = -1;
     int anchorRow_ = -1;
     KyModelIndex pressedIndex_;
+    KyPersistentModelIndex doubleClickIndex_; ///< the cell of a double click whose press is still to come
     KyWidget* editor_ = nullptr;
     KyPersistentModelIndex editIndex_;
 };

@@ -94,6 +94,8 @@ void KyStyledItemDelegate::setEditorData(KyWidget* editor, const KyModelIndex& i
     KyAny value = index.data(KyItemDataRole::Edit);
     if (value.isEmpty()) value = index.data(KyItemDataRole::Display);
     editor->setProperty("Text", KyAny(displayText(value)));
+    // The cell's text opens selected, so typing replaces it and an arrow keeps it.
+    if (auto* line = dynamic_cast<KyLineEdit*>(editor)) line->selectAll();
 }
 
 void KyStyledItemDelegate::setModelData(KyWidget* editor, KyAbstractItemModel* model, const KyModelIndex& index) const {

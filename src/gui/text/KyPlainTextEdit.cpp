@@ -301,7 +301,7 @@ void KyPlainTextEdit::paintEvent(PaintEvent* event) {
         painter->popClipRect();
         painter->popClipRect();
     }
-    paintVerticalBar_(painter);
+    paintChildren_(painter, event->rect());
 }
 
 void KyPlainTextEdit::paintLine_(KyPainter* painter, int block, const KyRect& line, int selStart, int selEnd) {

@@ -1,31 +1,39 @@
-// KyAbstractScrollArea: position arithmetic, the bar's input and its look.
+// KyAbstractScrollArea: position arithmetic, the bar's place and the two-way
+// mirror of the position into it.
 #include "gui/widgets/KyAbstractScrollArea.h"
 
 #include <algorithm>
 
-#include "gui/platform/KyPainter.h"
-#include "gui/widgets/KyStyle.h"
+#include "gui/widgets/KyScrollBar.h"
 #include "gui/widgets/KyWidgetStyleSnapshot.h"
-#include "gui/widgets/StyleSheet.h"
 
-namespace {
-constexpr int kBarWidth = 12;
-constexpr int kBarPadding = 2;
-constexpr int kThumbMinLength = 16;
-constexpr KyColor kTrack{248, 248, 248};
-constexpr KyColor kTrackLine{232, 232, 232};
-constexpr KyColor kThumb{194, 194, 194};
-constexpr KyColor kThumbHover{160, 160, 160};
-constexpr KyColor kThumbPressed{120, 120, 120};
-} // namespace
+KyAbstractScrollArea::KyAbstractScrollArea(KyWidget* parent) : KyWidget(parent) {
+    bar_ = new KyScrollBar(KyScrollBar::Vertical, this);
+    bar_->setRange(0, 0);
+    bar_->hide();
+    // The bar's own moves (drag, page presses, keys) scroll the content; the
+    // echo of the area's own setValue finds the position unchanged.
+    KyObject::connect(bar_, &KyScrollBar::valueChanged, this, [this](int value) { setVerticalValue(value); },
+                      KyObject::ConnectionDirect);
+    // A wheel over the bar scrolls as far as over the content.
+    bar_->installEventFilter(this);
+}
 
-KyAbstractScrollArea::KyAbstractScrollArea(KyWidget* parent) : KyWidget(parent) {}
+bool KyAbstractScrollArea::eventFilter(KyObject* watched, KyEvent* event) {
+    if (watched == bar_ && event->type() == Event::Wheel) {
+        wheelEvent(static_cast<WheelEvent*>(event));
+        return true;
+    }
+    return KyWidget::eventFilter(watched, event);
+}
 
 int KyAbstractScrollArea::frameWidth_() const { return std::max(0, styleSnapshot_().effectiveBorderWidth()); }
 
+int KyAbstractScrollArea::barWidth_() const { return std::clamp(bar_->sizeHint().width, 6, 40); }
+
 KyRect KyAbstractScrollArea::viewportRect() const {
     const int f = frameWidth_();
-    const int bar = isVerticalBarVisible() ? kBarWidth : 0;
+    const int bar = isVerticalBarVisible() ? barWidth_() : 0;
     const int top = f + viewportTopMargin_();
     return {f, top, std::max(0, width() - 2 * f - bar), std::max(0, height() - top - f)};
 }
@@ -34,7 +42,7 @@ KyRect KyAbstractScrollArea::verticalBarRect() const {
     if (!isVerticalBarVisible()) return {};
     const int f = frameWidth_();
     const int top = f + viewportTopMargin_();
-    return {width() - f - kBarWidth, top, kBarWidth, std::max(0, height() - top - f)};
+    return {width() - f - barWidth_(), top, barWidth_(), std::max(0, height() - top - f)};
 }
 
 void KyAbstractScrollArea::setVerticalValue(int value) {
@@ -42,6 +50,7 @@ void KyAbstractScrollArea::setVerticalValue(int value) {
     if (value == value_) return;
     const int dy = value - value_;
     value_ = value;
+    bar_->setValue(value_);
     scrollContentsBy_(dy);
     verticalValueChanged(value_);
 }
@@ -50,85 +59,52 @@ void KyAbstractScrollArea::setContentHeight(int contentHeight, int singleStep) {
     contentHeight_ = std::max(0, contentHeight);
     singleStep_ = std::max(1, singleStep);
     const bool hadBar = isVerticalBarVisible();
-    const KyRect thumbBefore = thumbRect_();
     pageStep_ = std::max(1, viewportRect().height);
     maximum_ = std::max(0, contentHeight_ - pageStep_);
     // The bar takes width from the viewport; its height is the same, so the
-    // page does not change when the bar appears. A thumb that kept its
-    // pixels is not repainted: the damage would merge with the rows'.
+    // page does not change when the bar appears.
     if (hadBar != isVerticalBarVisible()) update();
-    else if (thumbRect_() != thumbBefore) updateRect(verticalBarRect());
-    if (value_ > maximum_) {
+    const bool clamped = value_ > maximum_;
+    if (clamped) {
         value_ = maximum_;
         update();
-        verticalValueChanged(value_);
     }
+    // The bar repaints itself, and only when its thumb moved.
+    syncBar_();
+    if (clamped) verticalValueChanged(value_);
+}
+
+void KyAbstractScrollArea::syncBar_() {
+    bar_->setRange(0, maximum_);
+    bar_->setPageStep(pageStep_);
+    bar_->setSingleStep(singleStep_);
+    bar_->setValue(value_);
+    const KyRect r = verticalBarRect();
+    if (r.isEmpty()) {
+        if (bar_->isVisible()) bar_->hide();
+        return;
+    }
+    if (bar_->geometry() != r) bar_->setGeometry(r);
+    if (!bar_->isVisible()) bar_->show();
 }
 
 void KyAbstractScrollArea::scrollContentsBy_(int) { update(); }
 
-KyRect KyAbstractScrollArea::thumbRect_() const {
-    const KyRect bar = verticalBarRect();
-    if (bar.isEmpty()) return {};
-    const int length = std::max(0, bar.height - 2 * kBarPadding);
-    const int smallest = std::max(length / 8, kThumbMinLength);
-    int thumb = maximum_ > 0 ? static_cast<int>(static_cast<long long>(length) * pageStep_ / (maximum_ + pageStep_))
-                             : length;
-    thumb = std::min(length, std::max(thumb, smallest));
-    const int top = static_cast<int>(static_cast<long long>(length - thumb) * value_ / std::max(1, maximum_));
-    return {bar.x + 3, bar.y + kBarPadding + top, bar.width - 6, thumb};
-}
-
-int KyAbstractScrollArea::valueForThumbTop_(int top) const {
-    const KyRect bar = verticalBarRect();
-    const int length = std::max(0, bar.height - 2 * kBarPadding);
-    const int room = std::max(1, length - thumbRect_().height);
-    const int offset = std::clamp(top - bar.y - kBarPadding, 0, room);
-    return static_cast<int>(static_cast<long long>(offset) * maximum_ / room);
-}
-
 void KyAbstractScrollArea::mousePressEvent(MouseEvent* event) {
-    const KyRect bar = verticalBarRect();
-    if (!bar.contains(event->pos())) return viewportMousePressEvent(event);
-    event->accept();
-    const KyRect thumb = thumbRect_();
-    if (event->y() >= thumb.y && event->y() < thumb.y + thumb.height) {
-        dragging_ = true;
-        dragOffset_ = event->y() - thumb.y;
-        updateRect(bar);
-    } else {
-        setVerticalValue(value_ + (event->y() < thumb.y ? -pageStep_ : pageStep_));
-    }
+    // What the bar declined (another button) is not the content's either.
+    if (verticalBarRect().contains(event->pos())) return event->accept();
+    viewportMousePressEvent(event);
 }
 
-void KyAbstractScrollArea::mouseMoveEvent(MouseEvent* event) {
-    if (dragging_) {
-        event->accept();
-        setVerticalValue(valueForThumbTop_(event->y() - dragOffset_));
-        return;
-    }
-    const bool over = verticalBarRect().contains(event->pos());
-    if (over != barHover_) {
-        barHover_ = over;
-        updateRect(verticalBarRect());
-    }
-    if (over) return event->accept();
-    viewportMouseMoveEvent(event);
-}
+void KyAbstractScrollArea::mouseMoveEvent(MouseEvent* event) { viewportMouseMoveEvent(event); }
 
 void KyAbstractScrollArea::mouseReleaseEvent(MouseEvent* event) {
-    if (dragging_) {
-        dragging_ = false;
-        event->accept();
-        updateRect(verticalBarRect());
-        return;
-    }
     if (verticalBarRect().contains(event->pos())) return event->accept();
     viewportMouseReleaseEvent(event);
 }
 
 void KyAbstractScrollArea::mouseDoubleClickEvent(MouseEvent* event) {
-    if (verticalBarRect().contains(event->pos())) return mousePressEvent(event);
+    if (verticalBarRect().contains(event->pos())) return event->accept();
     viewportMouseDoubleClickEvent(event);
 }
 
@@ -146,22 +122,5 @@ void KyAbstractScrollArea::wheelEvent(WheelEvent* event) {
 void KyAbstractScrollArea::resizeEvent(ResizeEvent* event) {
     KyWidget::resizeEvent(event);
     viewportResized_();
-}
-
-void KyAbstractScrollArea::paintVerticalBar_(KyPainter* painter) {
-    const KyRect bar = verticalBarRect();
-    if (bar.isEmpty()) return;
-    // A dark sheet recolours the bar through these keys; the light look is the fallback.
-    auto colour = [this](const char* key, KyColor fallback) {
-        const KyString value = styleProperty(key);
-        if (!value.isEmpty()) ky::gui::StyleSheet::tryParseColor_(value, fallback);
-        return fallback;
-    };
-    const KyColor track = colour("scrollbar-background-color", kTrack);
-    painter->fillRect(bar, track, track, 0);
-    painter->drawLine(bar.x, bar.y, bar.x, bar.y + bar.height - 1, colour("scrollbar-border-color", kTrackLine), 1);
-    const KyColor thumb = dragging_ ? colour("scrollbar-thumb-color-pressed", kThumbPressed)
-                          : barHover_ ? colour("scrollbar-thumb-color-hover", kThumbHover)
-                                      : colour("scrollbar-thumb-color", kThumb);
-    painter->fillRoundedRect(thumbRect_(), 3, thumb, thumb, 0);
+    syncBar_();
 }

@@ -1,15 +1,20 @@
 // KyAbstractScrollArea: a widget whose content is taller than itself and
-// scrolls vertically under a self-drawn scroll bar at its right edge.
+// scrolls vertically under a KyScrollBar child at its right edge.
 //
-// The area keeps one vertical position in pixels (0..maximum), shows the bar
-// only while there is something to scroll, and turns wheel turns, presses in
-// the groove (a page) and thumb drags into position changes. Subclasses lay
-// their content out in viewportRect() shifted up by verticalValue(), and get
-// the mouse events the bar did not take through the viewport* handlers. The
-// views and the text editors are built on it. GUI thread only.
+// The area keeps one vertical position in pixels (0..maximum) and mirrors it
+// into its bar both ways; the bar shows only while there is something to
+// scroll and is the toolkit's own, so it looks and is styled (a
+// "KyScrollBar" rule, or one under the area's type) like every other bar.
+// Wheel turns over the content scroll too. Subclasses lay their content out
+// in viewportRect() shifted up by verticalValue(), get the content's mouse
+// events through the viewport* handlers, and paint their children (the bar
+// among them) after the content. The views and the text editors are built on
+// it. GUI thread only.
 #pragma once
 
 #include "gui/widgets/KyWidget.h"
+
+class KyScrollBar;
 
 /// The scrolling frame of the item views and text editors.
 class KyAbstractScrollArea : public KyWidget {
@@ -30,6 +35,7 @@ public:
     KyRect viewportRect() const;
     /// The bar's rectangle (local); empty while no bar shows.
     KyRect verticalBarRect() const;
+    KyScrollBar* verticalScrollBar() const { return bar_; }
 
     KY_SIGNAL(verticalValueChanged, int)
 
@@ -39,6 +45,7 @@ public:
     void mouseDoubleClickEvent(MouseEvent* event) override;
     void wheelEvent(WheelEvent* event) override;
     void resizeEvent(ResizeEvent* event) override;
+    bool eventFilter(KyObject* watched, KyEvent* event) override;
 
 protected:
     /// The content's mouse handlers: events the bar did not take.
@@ -52,20 +59,17 @@ protected:
     virtual void viewportResized_() {}
     /// Space kept free at the top of the viewport (a header).
     virtual int viewportTopMargin_() const { return 0; }
-    /// Draws the bar when it shows; call after the content.
-    void paintVerticalBar_(KyPainter* painter);
     int frameWidth_() const;
 
 private:
-    KyRect thumbRect_() const;
-    int valueForThumbTop_(int top) const;
+    int barWidth_() const;
+    /// Puts the bar on its rectangle with the area's range and steps.
+    void syncBar_();
 
+    KyScrollBar* bar_ = nullptr;
     int value_ = 0;
     int maximum_ = 0;
     int pageStep_ = 1;
     int singleStep_ = 20;
     int contentHeight_ = 0;
-    bool dragging_ = false;
-    bool barHover_ = false;
-    int dragOffset_ = 0;
 };

@@ -58,6 +58,7 @@ void KyScrollBar::setOrientation(int orientation) {
 void KyScrollBar::setRange(int minimum, int maximum) {
     if (maximum < minimum) maximum = minimum;
     if (minimum == minimum_ && maximum == maximum_) return;
+    const KyRect thumbBefore = thumbRect(clientRect());
     minimum_ = minimum;
     maximum_ = maximum;
     publish_();
@@ -65,24 +66,32 @@ void KyScrollBar::setRange(int minimum, int maximum) {
     const int old = value_;
     value_ = std::clamp(value_, minimum_, maximum_);
     publish_();
-    update();
+    updateThumb_(thumbBefore);
     if (value_ != old) valueChanged(value_);
 }
 
 void KyScrollBar::setValue(int value) {
     value = std::clamp(value, minimum_, maximum_);
     if (value == value_) return;
+    const KyRect thumbBefore = thumbRect(clientRect());
     value_ = value;
     publish_();
-    update();
+    updateThumb_(thumbBefore);
     valueChanged(value_);
 }
 
 void KyScrollBar::setPageStep(int step) {
     step = std::max(0, step);
     if (step == pageStep_) return;
+    const KyRect thumbBefore = thumbRect(clientRect());
     pageStep_ = step;
-    update();
+    updateThumb_(thumbBefore);
+}
+
+void KyScrollBar::updateThumb_(const KyRect& before) {
+    // A long list's range changes by a row at a time while its thumb keeps
+    // its pixels: repainting the bar then would only widen the owner's damage.
+    if (thumbRect(clientRect()) != before) update();
 }
 
 void KyScrollBar::setSingleStep(int step) { singleStep_ = std::max(0, step); }
@@ -148,6 +157,39 @@ void KyScrollBar::paintEvent(PaintEvent* event) {
     else if (!disabled && thumbHover_) state |= KyStyle::StateHover;
     const KyRect thumb = thumbRect(clientRect());
     if (!thumb.isEmpty()) KyStyle::drawControl(KyStyle::ScrollBarThumb, thumb, p, this, state);
+    if (hasFocus() && !disabled) {
+        KyColor focus(0, 120, 215);
+        sheetColor("focus-border-color", focus);
+        KyStyle::paintBox(p, clientRect(), focus, false, focus, 1, s.radius);
+    }
+}
+
+void KyScrollBar::keyPressEvent(KeyEvent* event) {
+    if (!isEnabled()) return event->ignore();
+    const long long single = std::max(1, singleStep_), page = std::max(1, pageStep_);
+    long long to = value_;
+    switch (event->keyCode()) {
+    case 0xff52: // Up
+    case 0xff51: // Left
+        to -= single;
+        break;
+    case 0xff54: // Down
+    case 0xff53: // Right
+        to += single;
+        break;
+    case 0xff55: to -= page; break; // Page Up
+    case 0xff56: to += page; break; // Page Down
+    case 0xff50: to = minimum_; break; // Home
+    case 0xff57: to = maximum_; break; // End
+    default: return event->ignore();
+    }
+    setValue(clampToInt(to));
+    event->accept();
+}
+
+void KyScrollBar::on_Focus_changed(const bool& focused) {
+    KyWidget::on_Focus_changed(focused);
+    update();
 }
 
 void KyScrollBar::mousePressEvent(MouseEvent* event) {

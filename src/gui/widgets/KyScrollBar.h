@@ -4,7 +4,11 @@
 // A press on the thumb starts a drag (sliderPressed, sliderMoved on every
 // change of value, sliderReleased); a press before or after it steps a page
 // and keeps stepping while held. The wheel steps by notches: a vertical bar
-// reacts to a plain wheel, a horizontal one to Shift and the wheel. The
+// reacts to a plain wheel, a horizontal one to Shift and the wheel. A bar
+// does not take the focus by default (the area it scrolls has the keys); one
+// given a focus policy answers the arrows (a single step), Page Up and Page
+// Down (a page), Home and End (the ends) and shows the focus as an accent
+// outline (`focus-border-color`). The
 // value, range and steps are kept in range by the setters and mirrored into
 // the properties "Orientation", "Minimum", "Maximum" and "Value" that styles
 // read. GUI thread only.
@@ -63,6 +67,8 @@ public:
     void mouseMoveEvent(MouseEvent* event) override;
     void mouseReleaseEvent(MouseEvent* event) override;
     void wheelEvent(WheelEvent* event) override;
+    void keyPressEvent(KeyEvent* event) override;
+    void on_Focus_changed(const bool& focused) override;
     void on_Enable_changed(const bool& enabled) override;
     void on_Hover_changed(const bool& hover) override;
 
@@ -73,6 +79,8 @@ private:
     void repeatPage_();
     void stopRepeat_();
     void publish_();
+    /// Repaints when the thumb no longer lies at before.
+    void updateThumb_(const KyRect& before);
 
     int orientation_ = Vertical;
     int minimum_ = 0;

@@ -37,8 +37,10 @@ int KyTabBar::insertTab(int index, const KyString& text) {
     if (current_ < 0) {
         setCurrentIndex(0);
     } else if (index <= current_) {
-        // The same tab stays current; only its index moved.
+        // The same tab stays current, but its index moved: whoever keeps the
+        // index (a page list, a saved setting) hears of it.
         ++current_;
+        currentChanged(current_);
     }
     update();
     return index;
@@ -53,6 +55,7 @@ void KyTabBar::removeTab(int index) {
         currentChanged(-1);
     } else if (index < current_) {
         --current_;
+        currentChanged(current_);
     } else if (index == current_) {
         // The next tab takes the removed one's place, or the last one when it was last.
         current_ = std::min(current_, count() - 1);

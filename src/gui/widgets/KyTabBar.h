@@ -21,7 +21,8 @@ public:
 
     /// Appends a tab; the first one becomes current. Returns its index.
     int addTab(const KyString& text);
-    /// Inserts a tab at index (clamped); the current tab stays the same one.
+    /// Inserts a tab at index (clamped); the current tab stays the same one, and
+    /// currentChanged reports its new index when the insert moved it.
     int insertTab(int index, const KyString& text);
     void removeTab(int index);
     int count() const { return static_cast<int>(tabs_.size()); }

@@ -4,11 +4,34 @@
 #include <algorithm>
 
 #include "core/runtime/KyCoreApplication.h"
+#include "gui/platform/KyGuiApplication.h"
+#include "gui/platform/KyPlatformIntegration.h"
+#include "gui/platform/KyWidgetPlatformAdapter.h"
 #include "gui/widgets/KyStyle.h"
 
 namespace {
 constexpr int kOffsetX = 12;
 constexpr int kOffsetY = 20;
+
+/// The part of top's client area that lies on the first screen, in top's
+/// coordinates; the whole client area when the screen is unknown.
+KyRect shownPartOf(const KyWidget* top) {
+    const KyRect all{0, 0, top->width(), top->height()};
+    KyGuiApplication* app = KyGuiApplication::instance();
+    KyPlatformIntegration* platform = app ? app->platformIntegration() : nullptr;
+    if (!platform) return all;
+    // The platform names each screen as "Screen <i> (<w>x<h>)".
+    const KyList<KyString> screens = platform->availableScreens();
+    if (screens.isEmpty()) return all;
+    const KyString s = screens.first();
+    const std::size_t open = s.indexOf('('), cross = s.indexOf('x', open), close = s.indexOf(')', cross);
+    if (open == KyString::npos || cross == KyString::npos || close == KyString::npos) return all;
+    const int w = s.mid(open + 1, cross - open - 1).toInt(), h = s.mid(cross + 1, close - cross - 1).toInt();
+    if (w <= 0 || h <= 0) return all;
+    const KyPoint origin = KyWidgetPlatformAdapter::clientOriginOnScreen(top->nativeHandle());
+    const KyRect shown = all.intersected({-origin.x, -origin.y, w, h});
+    return shown.isEmpty() ? all : shown;
+}
 } // namespace
 
 KyToolTip* KyToolTip::instance_ = nullptr;
@@ -126,11 +149,16 @@ void KyToolTip::show_() {
     }
     p->setText(target->getToolTips());
     const KySize hint = p->sizeHint();
-    // Below and right of the pointer; above it or further left when the window ends.
+    // Below and right of the pointer; above it or further left where the
+    // window ends or runs off the screen, so the whole tip can be read.
+    const KyRect area = shownPartOf(top);
+    const int right = area.x + area.width, bottom = area.y + area.height;
     int x = pointer_.x + kOffsetX;
     int y = pointer_.y + kOffsetY;
-    if (x + hint.width > top->width()) x = std::max(0, top->width() - hint.width - 2);
-    if (y + hint.height > top->height()) y = std::max(0, pointer_.y - hint.height - 4);
+    if (x + hint.width > right) x = right - hint.width - 2;
+    if (y + hint.height > bottom) y = pointer_.y - hint.height - 4;
+    x = std::max(area.x, x);
+    y = std::max(area.y, y);
     p->setGeometry(x, y, hint.width, hint.height);
     // Over everything else in the window: the last child paints last.
     p->setParent(nullptr);

@@ -3,8 +3,8 @@
 // A widget asks for a tip by setting its ToolTips text. Top-level windows
 // report pointer moves here; when the pointer rests over a widget with a tip
 // (the nearest visible, enabled ancestor that has one) for the delay, the
-// `Popup` appears just below and right of the pointer, inside that widget's
-// window. Moving to another target hides it and starts over; a key press or
+// `Popup` appears just below and right of the pointer, inside the part of
+// that widget's window that is on the screen. Moving to another target hides it and starts over; a key press or
 // the pointer leaving the window hides it. GUI thread only; the singleton
 // (`instance_`) is made on first use and never deleted, and its popup lives in
 // whichever window shows it, so it is made again after that window went.

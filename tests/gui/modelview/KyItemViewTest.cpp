@@ -12,7 +12,9 @@
 #include "../../support/KyTestX11.h"
 #include "gui/modelview/KyListView.h"
 #include "gui/modelview/KySortFilterProxyModel.h"
+#include "gui/modelview/KyStandardItemModel.h"
 #include "gui/modelview/KyTableView.h"
+#include "gui/widgets/KyLineEdit.h"
 
 namespace {
 
@@ -103,6 +105,11 @@ TEST_F(ItemViewTest, AListOfFiveThousandRowsPaintsOnlyVisibleRowsAndRepaintsOnly
     ASSERT_FALSE(delegate.rows.empty());
     EXPECT_LE(*delegate.rows.rbegin(), view->lastVisibleRow());
     EXPECT_TRUE(view->isVerticalBarVisible());
+    // The bar is the toolkit's scroll bar, styled by its sheet keys.
+    view->setStyleSheet("KyScrollBar { thumb-color: rgb(200, 0, 0); }");
+    settle();
+    const KyRect bar = view->verticalBarRect();
+    EXPECT_EQ(user->pixel(window->id(), bar.x + bar.width / 2, bar.y + 10), KyColor(200, 0, 0));
 
     struct Row { const char* name; std::function<void()> change; int firstPainted; int lastPainted; };
     const Row table[] = {
@@ -166,6 +173,46 @@ TEST_F(ItemViewTest, AHeaderClickSortsTheProxyAndASecondClickReversesIt) {
     // Painted in the new order: the first row under the header is the largest count.
     settle();
     EXPECT_EQ(table->indexAt({countX, 32 + 15}).data().toInt(), 50);
+}
+
+TEST_F(ItemViewTest, AnEditorOpensByF2OrDoubleClickCommitsOnReturnOrFocusLossAndEscapeCancels) {
+    KyStandardItemModel model(20, 1);
+    for (int r = 0; r < 20; ++r) model.setItem(r, 0, KyStandardItem(KyString("Row " + std::to_string(r))));
+    auto* view = host<KyListView>(&model);
+    auto* elsewhere = new KyLineEdit(root);
+    elsewhere->setGeometry(0, 300, 200, 20);
+    elsewhere->show();
+    const KyModelIndex cell = model.index(2, 0);
+    enum Open { F2, DoubleClick };
+    enum End { Return, Escape, ClickElsewhere };
+    struct Row { const char* name; Open open; End end; const char* expected; };
+    const Row table[] = {
+        {"F2, then Return", F2, Return, "ok"},
+        {"double click, then Return", DoubleClick, Return, "ok"},
+        {"F2, then Escape", F2, Escape, "Row 2"},
+        {"F2, then a click on another field", F2, ClickElsewhere, "ok"},
+    };
+    int selectX = 40;
+    for (const Row& row : table) {
+        model.setData(cell, KyAny(KyString("Row 2")));
+        // Each press somewhere new, so no two rows' presses make a double click.
+        click(selectX += 40, 2 * 30 + 15);
+        ASSERT_TRUE(runUntil([&] { return view->hasFocus() && view->currentIndex() == cell; })) << row.name;
+        if (row.open == F2) key(XK_F2);
+        else click(350, 2 * 30 + 15), click(350, 2 * 30 + 15);
+        ASSERT_TRUE(runUntil([&] { return view->openEditor() && view->openEditor()->hasFocus(); })) << row.name;
+        // The editor opens with the cell's text selected, so typing replaces it.
+        key(XK_o);
+        key(XK_k);
+        ASSERT_TRUE(runUntil([&] { return view->openEditor()->property("Text").toString() == KyString("ok"); }))
+            << row.name;
+        if (row.end == ClickElsewhere) click(100, 310);
+        else key(row.end == Return ? XK_Return : XK_Escape);
+        ASSERT_TRUE(runUntil([&] { return !view->openEditor(); })) << row.name;
+        EXPECT_EQ(cell.data().toString(), KyString(row.expected)) << row.name;
+        EXPECT_TRUE(runUntil([&] { return (row.end == ClickElsewhere ? elsewhere : static_cast<KyWidget*>(view))->hasFocus(); }))
+            << row.name << ": the focus stays where the user put it";
+    }
 }
 
 } // namespace

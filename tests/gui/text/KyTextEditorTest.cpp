@@ -108,4 +108,26 @@ TEST_F(TextEditorTest, AnEditableEditorTakesTypingAndUndoesIt) {
     EXPECT_TRUE(runUntil([&] { return edit->toPlainText().size() < 5; }));
 }
 
+TEST_F(TextEditorTest, AReadOnlyEditorRefusesTypingPasteAndDeletionButSelectsCopiesAndScrolls) {
+    edit->setReadOnly(true);
+    appendLines(0, 100);
+    const KyString text = edit->toPlainText();
+    edit->setVerticalValue(0);
+    platform()->setClipboardText("pasted");
+    pointer(200, 150);
+    user->fakeButton(1, true);
+    user->fakeButton(1, false);
+    ASSERT_TRUE(runUntil([&] { return edit->hasFocus(); }));
+    // With everything selected, each refused key would otherwise replace or delete it all.
+    key(XK_a, XK_Control_L);
+    for (KeySym refused : {XK_x, XK_Delete, XK_BackSpace, XK_Return}) key(refused);
+    key(XK_v, XK_Control_L);
+    key(XK_c, XK_Control_L);
+    // The copy is the last key sent: once it lands, every refused key has been handled.
+    ASSERT_TRUE(runUntil([&] { return platform()->clipboardText() == text; }));
+    EXPECT_EQ(edit->toPlainText(), text);
+    key(XK_Page_Down);
+    EXPECT_TRUE(runUntil([&] { return edit->verticalValue() > 0; })) << "Page Down scrolls";
+}
+
 } // namespace

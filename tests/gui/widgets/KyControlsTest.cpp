@@ -168,6 +168,17 @@ TEST_F(ControlsTest, PressesBeforeAndAfterTheThumbStepByPages) {
     EXPECT_EQ(bar->value(), 600);
     click(288, 5, changes);
     EXPECT_EQ(bar->value(), 500);
+
+    // Given the focus, the bar steps by keys: arrows a step, pages a page, Home and End the ends.
+    bar->setFocusPolicy(StrongFocus);
+    bar->setSingleStep(10);
+    bar->requestFocus();
+    struct Key { const char* name; KeySym sym; int value; };
+    for (const Key& k : {Key{"Down", XK_Down, 510}, Key{"Page Up", XK_Page_Up, 410}, Key{"Up", XK_Up, 400},
+                         Key{"Page Down", XK_Page_Down, 500}, Key{"End", XK_End, 1000}, Key{"Home", XK_Home, 0}}) {
+        key(k.sym);
+        EXPECT_TRUE(runUntil([&] { return bar->value() == k.value; })) << k.name << ": " << bar->value();
+    }
 }
 
 TEST_F(ControlsTest, TheWheelMovesByNotchesAndShiftPicksTheHorizontalBar) {
@@ -284,6 +295,15 @@ TEST_F(ControlsTest, ATabWidgetSwitchesByClickAndByCtrlTab) {
     delete second;
     EXPECT_EQ(tabs->count(), 2);
     EXPECT_EQ(tabs->tabText(1), "Logs");
+
+    // A tab put or taken before the current one moves its index, and says so.
+    changes.clear();
+    auto status = std::make_unique<KyWidget>();
+    tabs->insertTab(0, status.get(), "Status");
+    EXPECT_EQ(tabs->currentIndex(), 2);
+    tabs->removeTab(0);
+    EXPECT_EQ(changes, (std::vector<int>{2, 1}));
+    EXPECT_EQ(tabs->tabText(tabs->currentIndex()), "Logs");
 }
 
 TEST_F(ControlsTest, TheOverlayTurnsOnlyWhileActive) {

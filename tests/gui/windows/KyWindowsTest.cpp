@@ -290,6 +290,16 @@ TEST_F(Windows, ToolTipAppearsWhereThePointerRestsAndAKeyHidesIt) {
     tap(XK_Shift_L);
     EXPECT_TRUE(runUntil([] { return !KyToolTip::instance()->isShown(); }));
     EXPECT_TRUE(runUntil([&] { return user->pixel(id, tip.x + 3, tip.y + tip.height / 2) == KyColor(249, 249, 249); }));
+
+    // A window running off the screen's right edge keeps the whole tip on the screen.
+    const int screenWidth = DisplayWidth(d(), DefaultScreen(d()));
+    w.platformWindow()->move(screenWidth - 200, 100);
+    ASSERT_TRUE(runUntil([&] { return onScreen(id, 0, 0).x == screenWidth - 200; }));
+    for (KyPoint at : {onScreen(id, 10, 10), onScreen(id, 170, 70)}) user->fakeMotion(at.x, at.y);
+    ASSERT_TRUE(runUntil([] { return KyToolTip::instance()->isShown(); }));
+    const KyRect moved = KyToolTip::instance()->popup()->rootRect();
+    EXPECT_LE(onScreen(id, moved.x + moved.width, 0).x, screenWidth);
+    EXPECT_GE(onScreen(id, moved.x, 0).x, screenWidth - 200);
 }
 
 TEST_F(Windows, TrayIconDocksReDocksAfterTheTrayRestartsAndItsMenuRuns) {
