@@ -150,9 +150,10 @@ KyString registryEventsSignalName_();
 void notifyRegistryChangedBestEffort_(const KyString& domain);
 
 /// Maps the table object `name` (creating it when missing), wipes a table of
-/// another magic or version, empties one of another clock, and keeps the
-/// mapping for the rest of the run (one per object name). Null on any failure.
-void* openOrCreateRegistry_(const KyString& name, size_t size, uint32_t magic, uint32_t version);
+/// another magic or version, empties one of another clock (clearing its rows
+/// of rowSize bytes that were in use), and keeps the mapping for the rest of
+/// the run (one per object name). Null on any failure.
+void* openOrCreateRegistry_(const KyString& name, size_t size, size_t rowSize, uint32_t magic, uint32_t version);
 
 /// Runs tick every kRegistryHeartbeatMs on the calling thread's loop; null,
 /// without a message, when the thread has no loop.
