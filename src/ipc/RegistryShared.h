@@ -21,6 +21,7 @@
 #include <atomic>
 
 #include "core/types/KyString.h"
+#include "ipc/IpcNames.h"
 
 namespace ky::ipc {
 
@@ -214,6 +215,7 @@ void removeRowSwapLast_(Row* rows, uint32_t& count, uint32_t i) {
 /// returns the count it stored back.
 template <typename Row, typename Stale>
 uint32_t removeStaleRows_(RegistryHeader& h, Row* rows, uint32_t capacity, Stale stale) {
+    const ProcessGoneMemo memo;
     uint32_t count = boundedCount_(h, capacity);
     const bool tagRight = h.clockTag == kRegistryClockTag;
     uint32_t i = 0;
