@@ -101,11 +101,22 @@ int runVelmoVpnConsole(int argc, char** argv) {
     std::function<void()> pushFilterState = [] {};
     std::function<void()> showLoadingSurface = [] {};
 
+    // The loading surface's animation frame. It ticks only while that
+    // surface is up: an idle console (signed in, or waiting at the login)
+    // must not wake three times a second for a frame nobody shows.
+    KyTimer loadingPulse;
+    loadingPulse.setInterval(320);
+    KyObject::connect(&loadingPulse, &KyTimer::timeout, [&] { session.loadingFrame = (session.loadingFrame + 1) & 3; });
+
     std::function<void()> refreshSessionUi = [&] {
         const VelmoVpnConsoleSessionView view = velmoVpnConsoleSessionView(session);
         refreshMonitor();
         const VelmoVpnConsoleShellStep step = velmoVpnConsoleApplyShellDecision(session);
         if (step.changed && step.shell == kVelmoVpnConsoleLoadingShell) showLoadingSurface();
+        if (session.currentShell != kVelmoVpnConsoleLoadingShell)
+            loadingPulse.stop();
+        else if (!loadingPulse.isActive())
+            loadingPulse.start();
         velmoVpnConsoleApplyTuckAwayRule(session);
         stateLog.record(view, session.currentShell);
     };
@@ -250,11 +261,6 @@ int runVelmoVpnConsole(int argc, char** argv) {
                       });
     browser.subscribeRegistryChanges_();
     browser.refreshNow();
-
-    KyTimer loadingPulse;
-    loadingPulse.setInterval(320);
-    KyObject::connect(&loadingPulse, &KyTimer::timeout, [&] { session.loadingFrame = (session.loadingFrame + 1) & 3; });
-    loadingPulse.start();
 
     if (!session.startHidden) {
         KyTimer::singleShot(4000, [&] {
