@@ -65,7 +65,7 @@ void AppsRegistryTable<Rows>::setObjectNameForTesting_(const KyString& name) {
 template <size_t Rows>
 typename AppsRegistryTable<Rows>::Mapping AppsRegistryTable<Rows>::openOrCreate_() {
     Mapping m;
-    m.layout = static_cast<Layout*>(detail::openOrCreateRegistry_(objectName(), sizeof(Layout),
+    m.layout = static_cast<Layout*>(detail::openOrCreateRegistry_(objectName(), sizeof(Layout), sizeof(AppEntry),
                                                                   detail::kAppsRegistryMagic,
                                                                   detail::kAppsRegistryVersion));
     return m;

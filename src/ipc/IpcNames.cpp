@@ -12,6 +12,16 @@ namespace ky::ipc::detail {
 namespace {
 std::atomic<int64_t> gClockSkewMs{0};
 
+// The answers of the thread's open ProcessGoneMemo (pid, gone); a table has
+// few distinct processes, so a short list beats a map.
+struct PidAnswers {
+    bool active = false;
+    uint32_t pids[16];
+    bool gone[16];
+    unsigned count = 0;
+};
+thread_local PidAnswers tPidAnswers;
+
 bool isSuffixByte(unsigned char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
            c == '.' || c == '_';
@@ -108,7 +118,30 @@ bool processGone_(uint32_t pid) {
     // A pid past INT32_MAX is no process: as a pid_t it would be negative,
     // and kill would ask about a whole process group (or every process).
     if (pid == 0 || pid > 0x7FFFFFFFu) return true;
-    return ::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH;
+    PidAnswers& memo = tPidAnswers;
+    if (memo.active) {
+        for (unsigned i = 0; i < memo.count; ++i)
+            if (memo.pids[i] == pid) return memo.gone[i];
+    }
+    const bool gone = ::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH;
+    if (memo.active && memo.count < 16) {
+        memo.pids[memo.count] = pid;
+        memo.gone[memo.count] = gone;
+        ++memo.count;
+    }
+    return gone;
+}
+
+ProcessGoneMemo::ProcessGoneMemo() : outer_(!tPidAnswers.active) {
+    if (!outer_) return;
+    tPidAnswers.active = true;
+    tPidAnswers.count = 0;
+}
+
+ProcessGoneMemo::~ProcessGoneMemo() {
+    if (!outer_) return;
+    tPidAnswers.active = false;
+    tPidAnswers.count = 0;
 }
 
 }  // namespace ky::ipc::detail

@@ -54,4 +54,19 @@ void setClockSkewForTesting_(int64_t ms);
 /// kill(pid, 0) failing with ESRCH (EPERM means alive).
 bool processGone_(uint32_t pid);
 
+/// For its scope, processGone_ on this thread asks the kernel about each pid
+/// once: a pass over a table meets the same few processes in every row, and
+/// the registry passes run at every heartbeat. A process that dies during
+/// the pass is found by the next one. An inner memo defers to the outer one.
+class ProcessGoneMemo {
+public:
+    ProcessGoneMemo();
+    ~ProcessGoneMemo();
+    ProcessGoneMemo(const ProcessGoneMemo&) = delete;
+    ProcessGoneMemo& operator=(const ProcessGoneMemo&) = delete;
+
+private:
+    bool outer_;
+};
+
 }  // namespace ky::ipc::detail

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <map>
@@ -77,7 +78,7 @@ KyString registryEventsObjectName_() { return KyString("__ky_ipc__"); }
 
 KyString registryEventsSignalName_() { return KyString("__registryChanged__"); }
 
-void* openOrCreateRegistry_(const KyString& name, size_t size, uint32_t magic, uint32_t version) {
+void* openOrCreateRegistry_(const KyString& name, size_t size, size_t rowSize, uint32_t magic, uint32_t version) {
     MappingCache& cache = mappingCache();
     {
         std::lock_guard<std::mutex> lock(cache.gMtx);
@@ -87,10 +88,16 @@ void* openOrCreateRegistry_(const KyString& name, size_t size, uint32_t magic, u
     void* addr = mapTable(name, size);
     if (!addr) return nullptr;
     auto* header = static_cast<RegistryHeader*>(addr);
+    // Rows past the count are never read, and a row is wholly written when it
+    // is added. So a new table (all zero from ftruncate) needs only its
+    // header cleared, and dropping rows only the rows in use: clearing every
+    // row would make the whole table resident in whichever process opens the
+    // domain first.
     // A registry holds nothing worth keeping, so a table of another format is
     // taken over rather than refused.
     if (header->magic != magic || header->version != version) {
-        std::memset(addr, 0, size);
+        const bool fresh = header->magic == 0 && header->version == 0;
+        std::memset(addr, 0, fresh ? sizeof(RegistryHeader) : size);
         header->magic = magic;
         header->version = version;
         initSharedMutex(&header->mutex);
@@ -98,7 +105,9 @@ void* openOrCreateRegistry_(const KyString& name, size_t size, uint32_t magic, u
     // Stamps of another clock cannot be compared with ours: drop every row,
     // but leave the mutex, which other processes may be holding.
     if (header->clockTag != kRegistryClockTag) {
-        std::memset(static_cast<char*>(addr) + sizeof(RegistryHeader), 0, size - sizeof(RegistryHeader));
+        const size_t capacity = (size - sizeof(RegistryHeader)) / rowSize;
+        const size_t inUse = std::min<size_t>(__atomic_load_n(&header->count, __ATOMIC_RELAXED), capacity);
+        std::memset(static_cast<char*>(addr) + sizeof(RegistryHeader), 0, inUse * rowSize);
         header->count = 0;
         header->clockTag = kRegistryClockTag;
     }

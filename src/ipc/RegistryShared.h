@@ -21,6 +21,7 @@
 #include <atomic>
 
 #include "core/types/KyString.h"
+#include "ipc/IpcNames.h"
 
 namespace ky::ipc {
 
@@ -150,9 +151,10 @@ KyString registryEventsSignalName_();
 void notifyRegistryChangedBestEffort_(const KyString& domain);
 
 /// Maps the table object `name` (creating it when missing), wipes a table of
-/// another magic or version, empties one of another clock, and keeps the
-/// mapping for the rest of the run (one per object name). Null on any failure.
-void* openOrCreateRegistry_(const KyString& name, size_t size, uint32_t magic, uint32_t version);
+/// another magic or version, empties one of another clock (clearing its rows
+/// of rowSize bytes that were in use), and keeps the mapping for the rest of
+/// the run (one per object name). Null on any failure.
+void* openOrCreateRegistry_(const KyString& name, size_t size, size_t rowSize, uint32_t magic, uint32_t version);
 
 /// Runs tick every kRegistryHeartbeatMs on the calling thread's loop; null,
 /// without a message, when the thread has no loop.
@@ -213,6 +215,7 @@ void removeRowSwapLast_(Row* rows, uint32_t& count, uint32_t i) {
 /// returns the count it stored back.
 template <typename Row, typename Stale>
 uint32_t removeStaleRows_(RegistryHeader& h, Row* rows, uint32_t capacity, Stale stale) {
+    const ProcessGoneMemo memo;
     uint32_t count = boundedCount_(h, capacity);
     const bool tagRight = h.clockTag == kRegistryClockTag;
     uint32_t i = 0;

@@ -34,7 +34,7 @@ template <size_t Rows>
 typename RegistryTable<Rows>::Mapping RegistryTable<Rows>::openOrCreate_(const KyString& domain) {
     Mapping m;
     m.layout = static_cast<Layout*>(detail::openOrCreateRegistry_(
-        objectName(domain), sizeof(Layout), detail::kSignalRegistryMagic, detail::kSignalRegistryVersion));
+        objectName(domain), sizeof(Layout), sizeof(RegistryEntry), detail::kSignalRegistryMagic, detail::kSignalRegistryVersion));
     return m;
 }
 

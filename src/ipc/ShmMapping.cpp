@@ -20,8 +20,21 @@ constexpr size_t kMutexOffset = 16;
 constexpr size_t kCondOffset = 56;
 constexpr size_t kSeqOffset = 104;
 
+// The counters of both layouts end before this offset (a queue's first slot
+// starts at it).
+constexpr size_t kHeaderBytes = 128;
+using OneSlotQueue = ShmQueueLayout<4096, 1>;
+static_assert(offsetof(OneSlotQueue, slots) == kHeaderBytes &&
+              offsetof(ShmLayout<4096>, payload) <= kHeaderBytes);
+
+// Only the header is written. A new object comes from ftruncate all zero, and
+// the rest of an adopted one is never read before a writer fills it: a signal
+// payload is read only up to the size its publisher stored, a queue slot only
+// between head and seq. Zeroing the whole object would make every page of a
+// ring resident in the creator (and, through fault-around, in its peers) for
+// slots that stay empty while the queue is idle.
 void initialise(uint8_t* base, const ChannelObjectSpec& spec, uint64_t typeId) {
-    std::memset(base, 0, spec.size);
+    std::memset(base, 0, spec.size < kHeaderBytes ? spec.size : kHeaderBytes);
     std::memcpy(base, &spec.magic, 4);
     std::memcpy(base + 4, &spec.version, 4);
     std::memcpy(base + kTypeIdOffset, &typeId, 8);

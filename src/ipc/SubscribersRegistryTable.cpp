@@ -54,7 +54,7 @@ template <size_t Rows>
 typename SubscribersRegistryTable<Rows>::Mapping SubscribersRegistryTable<Rows>::openOrCreate_(
     const KyString& domain) {
     Mapping m;
-    m.layout = static_cast<Layout*>(detail::openOrCreateRegistry_(objectName(domain), sizeof(Layout),
+    m.layout = static_cast<Layout*>(detail::openOrCreateRegistry_(objectName(domain), sizeof(Layout), sizeof(SubscriberEntry),
                                                                   detail::kSubscriberRegistryMagic,
                                                                   detail::kSubscriberRegistryVersion));
     return m;

@@ -208,12 +208,15 @@ bool KyFiberPool::runNextWorkItem() {
     } else {
         std::function<void()> task = std::move(tasks_[index].front());
         tasks_[index].pop_front();
+        // The slot that finished last goes first: its stack is already
+        // resident, while an untouched slot would fault in a stack of its
+        // own. Taken in turn, every warm slot would end up with one.
         if (!idleNormal_.empty()) {
-            slot = idleNormal_.front();
-            idleNormal_.pop_front();
+            slot = idleNormal_.back();
+            idleNormal_.pop_back();
         } else if (index <= 1 && !idleReserved_.empty()) {
-            slot = idleReserved_.front();
-            idleReserved_.pop_front();
+            slot = idleReserved_.back();
+            idleReserved_.pop_back();
         } else if (index <= 1 && reservedWithFiber_ < reserve_) {
             slot = createFiberSlotLocked_(true);
         }

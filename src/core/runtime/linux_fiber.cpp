@@ -12,7 +12,10 @@
 // A created fiber gets its stack and its first context only when it is first
 // entered: a pool warms hundreds of fibers at its first post, and most of
 // them never run, so creating one costs a small record and no system call,
-// and a process that never needs them never maps their stacks.
+// and a process that never needs them never maps their stacks. Outside the
+// sanitizer a context serves only that first entry (later switches resume a
+// jump buffer), so it is kept at the far end of the fiber's own stack rather
+// than in the record: a record is then about a quarter of a ucontext_t.
 //
 // Threads: everything acts on the calling thread; the current fiber is
 // thread-local.
@@ -44,9 +47,11 @@ namespace {
 
 constexpr const char* kCategory = "ky.core.runtime.linux_fiber";
 
-// The context comes first so that the record's address is the context's.
 struct FiberRecord {
+#if KY_FIBER_ASAN
+    // Every switch saves and restores through it.
     ucontext_t context;
+#endif
     void (*entry)(void*) = nullptr;
     void* argument = nullptr;
     char* stack = nullptr;
@@ -63,6 +68,19 @@ struct FiberRecord {
 thread_local FiberRecord* tCurrentFiber = nullptr;
 #if KY_FIBER_ASAN
 thread_local FiberRecord* tSwitchedFrom = nullptr;
+
+ucontext_t* firstContext(FiberRecord* record) { return &record->context; }
+constexpr std::size_t kFirstContextBytes = 0;
+#else
+// swapcontext must save the context it leaves somewhere; the fiber it
+// leaves is resumed through its jump buffer, so the saved copy is never read.
+thread_local ucontext_t tLeftContext;
+
+// The first context lies at the low end of the stack block, below the
+// deepest frame a fiber that does not overflow ever reaches; it is dead once
+// the fiber has been entered.
+constexpr std::size_t kFirstContextBytes = (sizeof(ucontext_t) + 63) & ~std::size_t{63};
+ucontext_t* firstContext(FiberRecord* record) { return reinterpret_cast<ucontext_t*>(record->stack); }
 #endif
 
 // The thread's stack bounds are learnt when the sanitizer reports the stack
@@ -89,26 +107,31 @@ void fiber_entry_trampoline(uint64_t record);
 // time it is entered. False (logged) when either cannot be had.
 bool prepareFirstEntry(FiberRecord* record) {
     if (record->stack || record->isThreadFiber) return true;
+    if (record->stackSize <= kFirstContextBytes) {
+        kyLogError(kCategory) << "[linux_fiber] Fiber stack too small:" << static_cast<long long>(record->stackSize);
+        return false;
+    }
     // Plain heap array, not zero-filled: most of a stack is never touched.
     record->stack = new (std::nothrow) char[record->stackSize];
     if (!record->stack) {
         kyLogError(kCategory) << "[linux_fiber] Failed to allocate fiber stack";
         return false;
     }
-    if (captureContext(&record->context) != 0) {
+    ucontext_t* context = firstContext(record);
+    if (captureContext(context) != 0) {
         kyLogError(kCategory) << "[linux_fiber] getcontext failed while creating fiber";
         delete[] record->stack;
         record->stack = nullptr;
         return false;
     }
-    record->context.uc_stack.ss_sp = record->stack;
-    record->context.uc_stack.ss_size = record->stackSize;
-    record->context.uc_link = nullptr;
+    context->uc_stack.ss_sp = record->stack + kFirstContextBytes;
+    context->uc_stack.ss_size = record->stackSize - kFirstContextBytes;
+    context->uc_link = nullptr;
 #if KY_FIBER_ASAN
     record->asanStackBottom = record->stack;
     record->asanStackSize = record->stackSize;
 #endif
-    makecontext(&record->context, reinterpret_cast<void (*)()>(&fiber_entry_trampoline), 1,
+    makecontext(context, reinterpret_cast<void (*)()>(&fiber_entry_trampoline), 1,
                 static_cast<uint64_t>(reinterpret_cast<uintptr_t>(record)));
     return true;
 }
@@ -124,7 +147,7 @@ __attribute__((noinline)) void jumpBetween(FiberRecord* from, FiberRecord* to) {
         return;
     }
     to->started = true;
-    if (swapcontext(&from->context, &to->context) != 0) {
+    if (swapcontext(&tLeftContext, firstContext(to)) != 0) {
         to->started = false;
         tCurrentFiber = from;
         kyLogError(kCategory) << "[linux_fiber] swapcontext failed while switching fibers";
@@ -160,11 +183,13 @@ void* ConvertThreadToFiber(void* parameter) {
     record->argument = parameter;
     record->stackSize = kDefaultFiberStackSize;
     record->started = true;
+#if KY_FIBER_ASAN
     if (captureContext(&record->context) != 0) {
         kyLogError(kCategory) << "[linux_fiber] getcontext failed while converting thread to fiber";
         delete record;
         return nullptr;
     }
+#endif
     tCurrentFiber = record;
     return record;
 }

@@ -222,7 +222,8 @@ TEST_F(FiberPoolSlots, ExceptionsStopAtTheFiberEdgeAndTheSlotGoesBackToIdle) {
     app->postEvent([] { throw std::runtime_error("tunnel gone"); });
     app->postEvent([] { throw 42; });
     kytest::drain(app.get());
-    // The same two slots (the only ones) take the next tasks.
+    // The slot that finished last takes the next task: one warm stack
+    // serves all four.
     app->postEvent([&after] { after.push_back(1); });
     app->postEvent([&after] { after.push_back(2); });
     kytest::drain(app.get());
@@ -233,7 +234,7 @@ TEST_F(FiberPoolSlots, ExceptionsStopAtTheFiberEdgeAndTheSlotGoesBackToIdle) {
     EXPECT_EQ(s.finishedTasks, 4);
     EXPECT_EQ(s.idleNormal, 2);
     EXPECT_EQ(s.normalSlotsWithFiber, 2);
-    EXPECT_EQ(s.reusedDispatches, 2);
+    EXPECT_EQ(s.reusedDispatches, 3);
 }
 
 TEST_F(FiberPoolSlots, AForeignFirstPostAndTheLoopWarmOneSetBetweenThem) {
