@@ -11,6 +11,9 @@
 // GUI thread only.
 #pragma once
 
+#include "core/types/KyList.h"
+#include "core/types/KyString.h"
+
 class KyCheckBox;
 class KyCodeEditor;
 class KyComboBox;
@@ -117,3 +120,10 @@ void velmoVpnConsoleShowLoginShell(KyMainWindow& consoleWindow, KyMainWindow* lo
                                    KyMainWindow* loadingWindow, KyCompleter* completer);
 void velmoVpnConsoleShowConsoleShell(KyMainWindow& consoleWindow, KyMainWindow* loginWindow,
                                      KyMainWindow* loadingWindow, KyCompleter* completer);
+
+/// The e-mail field's assistance: focus in shows the suggestions, focus out
+/// hides them after 120 ms (so a click in the popup still lands), typing
+/// refreshes them, and a chosen suggestion fills the field, moves the focus to
+/// the password field and closes the popup. history is read at each use, so
+/// the caller keeps it current; it must outlive the login widgets.
+void velmoVpnConsoleWireEmailAssistance(VelmoVpnConsoleUi& ui, const KyList<KyString>& history);
