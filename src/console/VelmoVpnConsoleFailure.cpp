@@ -27,6 +27,7 @@
 #include "console/VelmoVpnConsoleStyle.h"
 #include "core/io/KyDebug.h"
 #include "gui/platform/KyGuiApplication.h"
+#include "gui/widgets/KyLabel.h"
 #include "gui/widgets/KyMessageBox.h"
 #include "gui/widgets/KyPushButton.h"
 
@@ -125,16 +126,31 @@ public:
 protected:
     void prepareForExec_() override {
         KyMessageBox::prepareForExec_();
-        // The detail paths are long and wrap; the rule's height never cuts
-        // what the box itself needs for its lines.
-        const int textWidth = width() - 2 * 18 - 2 * 16 - 54;
+        // Paths have no spaces to wrap at: the box grows sideways (up to a
+        // limit) until its longest line fits, then takes the report's height,
+        // never less than the box itself needs for its lines.
+        // A label is as wide as its text; the content frame clips it.
+        int grow = 0;
+        for (KyWidget* child : contentWidget()->childWidgets()) {
+            if (!dynamic_cast<KyLabel*>(child) || !child->isVisible()) continue;
+            const KyRect g = child->geometry();
+            grow = std::max(grow, g.x + g.width + kFramePadding - contentWidget()->width());
+        }
+        grow = std::clamp(grow, 0, kMaxGrow);
+        const int textWidth = width() + grow - kTextInset;
         const int wanted = VelmoVpnConsoleFailure::reportBoxHeight(report_, textWidth);
-        setDialogSize(width(), std::max(height(), wanted));
+        setDialogSize(width() + grow, std::max(height(), wanted));
         updateLayout();
         update();
     }
 
 private:
+    // How far the box may widen for a long path, and the part of its width
+    // that is margins, frame padding and the icon column, not text.
+    static constexpr int kMaxGrow = 340;
+    static constexpr int kFramePadding = 16;
+    static constexpr int kTextInset = 2 * 18 + 2 * 16 + 54;
+
     static KyString reportCss_() {
         return VelmoVpnConsoleStyle::windowCss() +
                "KyMessageBox#crashReportBox { background-color: rgb(10, 22, 30); border-color: rgb(47, 72, 82);"
