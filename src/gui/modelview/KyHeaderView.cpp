@@ -5,6 +5,7 @@
 
 #include "gui/platform/KyPainter.h"
 #include "gui/widgets/KyWidgetStyleSnapshot.h"
+#include "gui/widgets/StyleSheet.h"
 
 namespace {
 constexpr int kGrip = 4; ///< pixels either side of an edge that start a resize
@@ -16,6 +17,15 @@ constexpr KyColor kBottom{209, 213, 219};
 constexpr KyColor kHover{238, 242, 247};
 constexpr KyColor kPressed{226, 233, 242};
 constexpr KyColor kArrow{0, 120, 215};
+
+// A sheet may recolour the lines and tints (a dark page would otherwise get
+// light separators and a light hover flash).
+KyColor sheetColour(const KyWidget* w, const char* name, const KyColor& fallback) {
+    KyColor colour = fallback;
+    const KyString value = w->styleProperty(name);
+    if (!value.isEmpty()) ky::gui::StyleSheet::tryParseColor_(value, colour);
+    return colour;
+}
 } // namespace
 
 KyHeaderView::KyHeaderView(KyWidget* parent) : KyWidget(parent) {
@@ -133,13 +143,18 @@ void KyHeaderView::paintEvent(PaintEvent* event) {
     const KyColor text = s.hasTextColor ? s.textColor : KyColor(55, 65, 81);
     const KyFont font = resolveStyledFont();
     const int h = height();
+    const KyColor separator = sheetColour(this, "separator-color", kSeparator);
+    const KyColor bottom = sheetColour(this, "divider-color", kBottom);
+    const KyColor hover = sheetColour(this, "hover-background-color", kHover);
+    const KyColor pressed = sheetColour(this, "pressed-background-color", kPressed);
+    const KyColor arrow = sheetColour(this, "arrow-color", kArrow);
     for (int i = 0, x = -offset_; i < count(); ++i) {
         const int w = sectionSize(i);
         const KyRect section{x, 0, w, h};
         x += w;
         if (section.x >= event->rect().x + event->rect().width || section.x + w <= event->rect().x) continue;
-        if (i == pressed_) p->fillRect({section.x, 0, w, h - 1}, kPressed, kPressed, 0);
-        else if (i == hover_) p->fillRect({section.x, 0, w, h - 1}, kHover, kHover, 0);
+        if (i == pressed_) p->fillRect({section.x, 0, w, h - 1}, pressed, pressed, 0);
+        else if (i == hover_) p->fillRect({section.x, 0, w, h - 1}, hover, hover, 0);
         const bool sorted = sorting_ && i == sortSection_;
         const int arrowRoom = sorted ? 18 : 0;
         const KyString title = model_ ? model_->headerData(i, KyOrientation::Horizontal).toString() : KyString();
@@ -149,11 +164,11 @@ void KyHeaderView::paintEvent(PaintEvent* event) {
             const int cx = section.x + w - 16, cy = h / 2;
             const KyPoint up[3] = {{cx - 4, cy + 2}, {cx + 4, cy + 2}, {cx, cy - 3}};
             const KyPoint down[3] = {{cx - 4, cy - 2}, {cx + 4, cy - 2}, {cx, cy + 3}};
-            p->fillPolygon(sortOrder_ == KySortOrder::Ascending ? up : down, 3, kArrow, kArrow, 0);
+            p->fillPolygon(sortOrder_ == KySortOrder::Ascending ? up : down, 3, arrow, arrow, 0);
         }
-        if (i < count() - 1 || !stretchLast_) p->drawLine(x - 1, 6, x - 1, h - 7, kSeparator, 1);
+        if (i < count() - 1 || !stretchLast_) p->drawLine(x - 1, 6, x - 1, h - 7, separator, 1);
     }
-    p->drawLine(0, h - 1, width() - 1, h - 1, kBottom, 1);
+    p->drawLine(0, h - 1, width() - 1, h - 1, bottom, 1);
 }
 
 void KyHeaderView::mousePressEvent(MouseEvent* event) {
