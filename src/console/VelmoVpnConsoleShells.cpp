@@ -323,6 +323,8 @@ void buildVelmoVpnConsoleLoginUi(KyDialog& dialog, VelmoVpnConsoleUi& ui) {
     dialog.setWindowTitle("VELMO VPN");
     dialog.setStyleSheet(dialogCss());
     buildVelmoVpnConsoleLoginSurface_(*dialog.contentWidget(), ui);
+    // The dialog keeps its own margin around the content already.
+    if (KyAbstractLayout* layout = dialog.contentWidget()->layout()) layout->setContentsMargins(12, 4, 12, 0);
     dialog.setDialogSize(440, 600);
 }
 
@@ -330,6 +332,7 @@ void buildVelmoVpnConsoleLoadingUi(KyDialog& dialog, VelmoVpnConsoleUi& ui) {
     dialog.setWindowTitle("VELMO VPN");
     dialog.setStyleSheet(dialogCss());
     buildVelmoVpnConsoleLoadingSurface_(*dialog.contentWidget(), ui);
+    if (KyAbstractLayout* layout = dialog.contentWidget()->layout()) layout->setContentsMargins(6, 0, 6, 0);
     dialog.setDialogSize(340, 380);
 }
 
