@@ -48,7 +48,7 @@ KyString windowCss() {
         " highlight-background-color: rgb(94, 70, 44); highlight-color: rgb(246, 238, 228); }"
         // The e-mail suggestions open as a small card under the field.
         "KyPopupList#completerPopup { background-color: rgb(16, 31, 40); border-color: rgb(47, 72, 82); border-width: 1px;"
-        " border-radius: 12px; color: rgb(216, 225, 228); font-size: 13px; }"
+        " border-radius: 12px; color: rgb(216, 225, 228); font-size: 13px; padding: 6px 12px; }"
         // Buttons: secondary by default, primary and destructive by name.
         "KyPushButton { background-color: rgb(22, 40, 49); border-color: rgb(56, 84, 94); border-width: 1px;"
         " border-radius: 9px; color: rgb(216, 225, 228); font-size: 13px; focus-border-color: rgb(220, 154, 84); }"
