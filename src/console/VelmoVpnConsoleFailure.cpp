@@ -19,11 +19,17 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <exception>
 
+#include "console/VelmoVpnConsoleStyle.h"
 #include "core/io/KyDebug.h"
+#include "gui/platform/KyGuiApplication.h"
+#include "gui/widgets/KyLabel.h"
+#include "gui/widgets/KyMessageBox.h"
+#include "gui/widgets/KyPushButton.h"
 
 namespace {
 constexpr const char* kCategory = "velmo.console.failure";
@@ -100,11 +106,80 @@ bool velmoVpnConsoleIsCrashWord(const char* argument) {
     return word == "-crash_test" || word == "--crash-test" || word == "--crash-handler-smoke";
 }
 
+namespace {
+
+// The box of a report: the message box sized by the report's height rule once
+// it has laid out its texts, and dressed in the console's palette.
+class ReportMessageBox_ : public KyMessageBox {
+public:
+    ReportMessageBox_(const VelmoVpnConsoleReportBox& report, KyWidget* parent)
+        : KyMessageBox(parent), report_(report) {
+        setObjectName("crashReportBox");
+        setStyleSheet(reportCss_());
+        setWindowTitle(report.title);
+        setIcon(Critical);
+        setText(report.text);
+        setInformativeText(report.detailText());
+        addButton("OK", 1, true)->setObjectName("reportOk");
+    }
+
+protected:
+    void prepareForExec_() override {
+        KyMessageBox::prepareForExec_();
+        // Paths have no spaces to wrap at: the box grows sideways (up to a
+        // limit) until its longest line fits, then takes the report's height,
+        // never less than the box itself needs for its lines.
+        // A label is as wide as its text; the content frame clips it.
+        int grow = 0;
+        for (KyWidget* child : contentWidget()->childWidgets()) {
+            if (!dynamic_cast<KyLabel*>(child) || !child->isVisible()) continue;
+            const KyRect g = child->geometry();
+            grow = std::max(grow, g.x + g.width + kFramePadding - contentWidget()->width());
+        }
+        grow = std::clamp(grow, 0, kMaxGrow);
+        const int textWidth = width() + grow - kTextInset;
+        const int wanted = VelmoVpnConsoleFailure::reportBoxHeight(report_, textWidth);
+        setDialogSize(width() + grow, std::max(height(), wanted));
+        updateLayout();
+        update();
+    }
+
+private:
+    // How far the box may widen for a long path, and the part of its width
+    // that is margins, frame padding and the icon column, not text.
+    static constexpr int kMaxGrow = 340;
+    static constexpr int kFramePadding = 16;
+    static constexpr int kTextInset = 2 * 18 + 2 * 16 + 54;
+
+    static KyString reportCss_() {
+        return VelmoVpnConsoleStyle::windowCss() +
+               "KyMessageBox#crashReportBox { background-color: rgb(10, 22, 30); border-color: rgb(47, 72, 82);"
+               " border-width: 1px; border-radius: 12px; }"
+               "#DialogContent { background-color: rgb(16, 31, 40); border-color: rgb(47, 72, 82); border-width: 1px;"
+               " border-radius: 12px; }"
+               "KyLabel#DialogTitle { color: rgb(216, 225, 228); font-size: 16px; font-weight: 600; }"
+               "KyLabel#MessageText { color: rgb(216, 225, 228); font-size: 14px; font-weight: 600; }"
+               "KyLabel#InformativeText { color: rgb(150, 166, 172); font-size: 13px; }"
+               "KyPushButton#reportOk { background-color: rgb(220, 154, 84); border-color: rgb(194, 134, 70);"
+               " border-width: 1px; border-radius: 10px; color: rgb(10, 14, 18); font-size: 13px; font-weight: 600; }"
+               "KyPushButton#reportOk:hover { background-color: rgb(232, 170, 104); border-color: rgb(194, 134, 70); }"
+               "KyPushButton#reportOk:pressed { background-color: rgb(194, 134, 70); color: rgb(10, 14, 18); }"
+               "KyPushButton#reportOk:focus { border-color: rgb(250, 236, 214); }";
+    }
+
+    VelmoVpnConsoleReportBox report_;
+};
+
+} // namespace
+
 void velmoVpnConsoleShowLastCrashReport(KyWidget* parent) {
-    (void)parent;
     for (const VelmoVpnConsoleReportBox& box : VelmoVpnConsoleFailure::takeLastReportBoxes()) {
+        // The log keeps the report also when nobody is at the screen.
         kyLogWarning(kCategory) << box.title << "-" << box.text;
         for (const KyString& line : box.detailLines) kyLogWarning(kCategory) << "  " << line;
+        if (!KyGuiApplication::instance()) continue;
+        ReportMessageBox_ dialog(box, parent);
+        dialog.exec();
     }
 }
 

@@ -30,9 +30,11 @@ void velmoVpnConsolePersistStartupFailure(const KyString& stage, const KyString&
 /// True for "-crash_test", "--crash-test" and "--crash-handler-smoke" as a
 /// whole argument; null counts as empty.
 bool velmoVpnConsoleIsCrashWord(const char* argument);
-/// Shows the startup-failure and crash boxes of the previous run, each once.
-/// Until the message box exists the boxes are logged (warning level, category
-/// "velmo.console.failure"); parent is then unused.
+/// Shows the startup-failure and crash boxes of the previous run, each once,
+/// one after the other, each a modal message box (native without a parent,
+/// over the parent's window with one). Each box is logged too (warning level,
+/// category "velmo.console.failure"); without a GUI application it is only
+/// logged.
 void velmoVpnConsoleShowLastCrashReport(KyWidget* parent);
 
 /// One message box to show: title, text and the detail lines.

@@ -12,8 +12,9 @@
 // Each read opens the file afresh and each store saves it atomically, so two
 // consoles never leave a torn file; the later store wins.
 //
-// Threads: called on the main thread by the console; the functions keep no
-// state, so any thread may call them. Failures to save are logged under
+// Threads: called on the main thread by the console; the settings functions
+// keep no state, so any thread may call them; the three that take a completer
+// touch widgets and are for the GUI thread only. Failures to save are logged under
 // "velmo.console.login" and otherwise ignored: a forgotten e-mail costs the
 // user one retype.
 #pragma once
@@ -23,6 +24,8 @@
 #include "core/types/KyList.h"
 #include "core/types/KyString.h"
 
+class KyCompleter;
+class KyLineEdit;
 class KySettings;
 
 /// The remembered base URL, trimmed; the default workspace server when none.
@@ -34,6 +37,18 @@ KyList<KyString> velmoVpnConsoleRememberedEmailHistory();
 /// Remembers a login: the base URL (default server when blank), the e-mail,
 /// and the e-mail in front of the history. A blank e-mail stores nothing.
 void velmoVpnConsoleRememberLoginIdentity(const KyString& baseUrl, const KyString& email);
+
+/// Remembers a login as velmoVpnConsoleRememberLoginIdentity does, then reads
+/// the three remembered values back into the caller's copies (so memory and
+/// disk cannot drift apart) and gives the completer the new history. A blank
+/// e-mail changes nothing.
+void velmoVpnConsoleRememberIdentity(const KyString& baseUrl, const KyString& email, KyString& rememberedBaseUrl,
+                                     KyString& rememberedEmail, KyList<KyString>& history, KyCompleter* completer);
+/// Gives the completer one suggestion per history entry; null is ignored.
+void velmoVpnConsoleRefreshEmailCompleter(KyCompleter* completer, const KyList<KyString>& history);
+/// Opens the suggestions under the field, matched against its trimmed text;
+/// nothing without a completer, a field or a history.
+void velmoVpnConsoleShowEmailSuggestions(KyCompleter* completer, KyLineEdit* field, const KyList<KyString>& history);
 
 /// Internals of the login memory, open to the console's tests.
 class VelmoVpnConsoleLoginMemory {

@@ -11,7 +11,10 @@ KyString labelCss(int r, int g, int b, int size) {
 KyString windowCss() {
     return
         // Pages and cards.
-        "#consoleRoot, #loginRoot, #loadingRoot { background-color: rgb(8, 18, 24); }"
+        "#consoleRoot, #loginRoot { background-color: rgb(8, 18, 24); }"
+        // The loading surface's cover over the window colour, mixed once, so
+        // the ring's cover and the window around it are one colour.
+        "#loadingRoot { background-color: rgb(8, 16, 22); }"
         "KyTabWidget, #page { background-color: rgb(10, 22, 30); }"
         "KyFrame#card { background-color: rgb(16, 31, 40); border-color: rgb(47, 72, 82); border-width: 1px;"
         " border-radius: 12px; }"
@@ -24,6 +27,13 @@ KyString windowCss() {
         "KyLabel#heading { color: rgb(216, 225, 228); font-size: 24px; font-weight: 700; }"
         "KyLabel#hint { color: rgb(127, 145, 151); font-size: 12px; }"
         "KyLabel#brand { color: rgb(220, 154, 84); font-size: 12px; font-weight: 600; }"
+        // The shells' own texts: the product line under the brand, form
+        // captions, and the loading surface's title, status and explanation.
+        "KyLabel#consoleTitle { color: rgb(216, 225, 228); font-size: 15px; font-weight: 600; }"
+        "KyLabel#fieldLabel { color: rgb(170, 184, 189); font-size: 12px; font-weight: 600; }"
+        "KyLabel#loadingTitle { color: rgb(216, 225, 228); font-size: 17px; font-weight: 700; }"
+        "KyLabel#loadingStatus { color: rgb(220, 154, 84); font-size: 13px; }"
+        "KyLabel#loadingDetail { color: rgb(127, 145, 151); font-size: 12px; }"
         // Inputs.
         "KyLineEdit, KySpinBox, KyComboBox { background-color: rgb(11, 24, 31); border-color: rgb(47, 72, 82);"
         " border-width: 1px; border-radius: 9px; color: rgb(216, 225, 228); selection-background-color: rgb(94, 70, 44);"
@@ -40,6 +50,9 @@ KyString windowCss() {
         "PopupList { background-color: rgb(16, 31, 40); border-color: rgb(56, 84, 94); border-width: 1px;"
         " border-radius: 8px; color: rgb(216, 225, 228); font-size: 13px; highlight-background-color: rgb(94, 70, 44);"
         " highlight-color: rgb(246, 238, 228); disabled-color: rgb(96, 112, 118); separator-color: rgb(47, 72, 82); }"
+        // The e-mail suggestions open as a small card under the field.
+        "KyPopupList#completerPopup { background-color: rgb(16, 31, 40); border-color: rgb(47, 72, 82); border-width: 1px;"
+        " border-radius: 12px; color: rgb(216, 225, 228); font-size: 13px; padding: 6px 12px; }"
         // Buttons: secondary by default, primary and destructive by name.
         "KyPushButton { background-color: rgb(22, 40, 49); border-color: rgb(56, 84, 94); border-width: 1px;"
         " border-radius: 9px; color: rgb(216, 225, 228); font-size: 13px; focus-border-color: rgb(220, 154, 84); }"
@@ -98,12 +111,17 @@ KyString windowCss() {
         "KyLabel#InformativeText { color: rgb(150, 166, 172); }"
         "ModalOverlay { background-color: rgb(6, 14, 19); border-width: 0px; }"
         // Window chrome.
-        "KyMenuBar { background-color: rgb(12, 24, 31); color: rgb(216, 225, 228); }"
-        "KyStatusBar { background-color: rgb(243, 246, 247); border-color: rgb(214, 221, 224); color: rgb(40, 52, 58); }"
-        "KyStatusBar KyLabel, KyLabel#statusBarLabel { color: rgb(40, 52, 58); font-size: 12px; }"
+        "KyMenuBar, KyMenuBar#MainMenuBar { background-color: rgb(12, 24, 31); border-color: rgb(33, 52, 60);"
+        " border-width: 1px; border-radius: 0px; color: rgb(216, 225, 228); }"
+        "KyStatusBar, KyStatusBar#MainStatusBar { background-color: rgb(243, 246, 247); border-color: rgb(214, 221, 224);"
+        " border-width: 1px; color: rgb(40, 52, 58); }"
+        "KyStatusBar KyLabel, KyLabel#statusBarLabel, KyLabel#MainStatusLabel { background-color: rgba(0,0,0,0);"
+        " border-width: 0px; color: rgb(40, 52, 58); font-size: 12px; }"
+        // The ring's track and faint tail are the accent at 16 % and 24 % over
+        // the cover, mixed here: painted colours carry no alpha.
         "KyLoadingOverlay { background-color: rgba(8, 16, 22, 0.96); color: rgb(216, 225, 228);"
-        " status-color: rgb(150, 166, 172); track-color: rgba(220, 154, 84, 0.16); arc-color: rgb(220, 154, 84);"
-        " arc-tail-color: rgba(220, 154, 84, 0.24); }";
+        " status-color: rgb(150, 166, 172); track-color: rgb(42, 38, 32); arc-color: rgb(220, 154, 84);"
+        " arc-tail-color: rgb(59, 49, 37); spinner-size: 44px; spinner-width: 4px; }";
 }
 
 } // namespace VelmoVpnConsoleStyle

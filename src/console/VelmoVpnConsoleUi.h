@@ -11,6 +11,9 @@
 // GUI thread only.
 #pragma once
 
+#include "core/types/KyList.h"
+#include "core/types/KyString.h"
+
 class KyCheckBox;
 class KyCodeEditor;
 class KyComboBox;
@@ -118,14 +121,9 @@ void velmoVpnConsoleShowLoginShell(KyMainWindow& consoleWindow, KyMainWindow* lo
 void velmoVpnConsoleShowConsoleShell(KyMainWindow& consoleWindow, KyMainWindow* loginWindow,
                                      KyMainWindow* loadingWindow, KyCompleter* completer);
 
-// Login assistance (placeholders until the login surface lands).
-template <typename T>
-class KyList;
-class KyString;
-void velmoVpnConsoleRememberIdentity(const KyString& baseUrl, const KyString& email, KyString& rememberedBaseUrl,
-                                     KyString& rememberedEmail, KyList<KyString>& history, KyCompleter* completer);
-void velmoVpnConsoleRefreshEmailCompleter(KyCompleter* completer, const KyList<KyString>& history);
-/// The e-mail field's four behaviours: suggestions on focus, the popup hidden
-/// 120 ms after focus leaves, suggestions refreshed as the text changes, and
-/// a chosen suggestion filling the field and moving on to the password.
+/// The e-mail field's assistance: focus in shows the suggestions, focus out
+/// hides them after 120 ms (so a click in the popup still lands), typing
+/// refreshes them, and a chosen suggestion fills the field, moves the focus to
+/// the password field and closes the popup. history is read at each use, so
+/// the caller keeps it current; it must outlive the login widgets.
 void velmoVpnConsoleWireEmailAssistance(VelmoVpnConsoleUi& ui, const KyList<KyString>& history);

@@ -1,0 +1,217 @@
+// The console's shells on a private Xvfb, driven through XTEST: the login
+// form's keyboard path (Tab order, Return sends the form), the Show functions
+// leaving exactly one shell mapped, the e-mail suggestions, and the report of
+// a failed start shown once as a box in the console's palette.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+// The widget headers come before the X ones: Xlib's macros would spoil them.
+#include "console/VelmoVpnConsoleFailure.h"
+#include "console/VelmoVpnConsoleLoginMemory.h"
+#include "console/VelmoVpnConsoleUi.h"
+#include "gui/platform/KyPlatformWindow.h"
+#include "gui/widgets/KyCheckBox.h"
+#include "gui/widgets/KyCompleter.h"
+#include "gui/widgets/KyLineEdit.h"
+#include "gui/widgets/KyMainWindow.h"
+#include "gui/widgets/KyPushButton.h"
+#include "../support/KyTestEnv.h"
+#include "../support/KyTestProcess.h"
+#include "../support/KyTestX11.h"
+
+#include <X11/keysym.h>
+
+namespace {
+
+struct Shells : kytest::GuiFixture {
+    void SetUp() override {
+        kytest::GuiFixture::SetUp();
+        console = std::make_unique<KyMainWindow>(L"VELMO VPN Console", 1260, 820);
+        login = std::make_unique<KyMainWindow>(L"VELMO VPN", 440, 530);
+        loading = std::make_unique<KyMainWindow>(L"VELMO VPN", 340, 300);
+        buildVelmoVpnConsoleUi(*console, ui);
+        buildVelmoVpnConsoleLoginWindowUi(*login, ui);
+        buildVelmoVpnConsoleLoadingWindowUi(*loading, ui);
+        velmoVpnConsoleRefreshEmailCompleter(ui.emailCompleter, history);
+        velmoVpnConsoleWireEmailAssistance(ui, history);
+    }
+    void TearDown() override {
+        console.reset(), login.reset(), loading.reset();
+        kytest::GuiFixture::TearDown();
+    }
+    Display* d() const { return user->display(); }
+    bool mapped(unsigned long w) {
+        XWindowAttributes a{};
+        return XGetWindowAttributes(d(), w, &a) && a.map_state == IsViewable;
+    }
+    unsigned long id(KyMainWindow& w) { return w.platformWindow()->nativeHandle(); }
+    void tap(KeySym sym, bool shift = false) {
+        auto key = [&](KeySym s, bool press) {
+            XTestFakeKeyEvent(d(), XKeysymToKeycode(d(), s), press, CurrentTime);
+            XSync(d(), False);
+        };
+        if (shift) key(XK_Shift_L, true);
+        key(sym, true), key(sym, false);
+        if (shift) key(XK_Shift_L, false);
+    }
+    void type(const std::string& text) {
+        for (char c : text) tap(c == '@' ? XK_at : c == '.' ? XK_period : static_cast<KeySym>(c), c == '@');
+    }
+    /// A real click in the middle of a widget of a shown window.
+    void click(unsigned long window, KyWidget* w) {
+        int sx = 0, sy = 0;
+        Window child = 0;
+        const KyRect r = w->rootRect();
+        XTranslateCoordinates(d(), window, DefaultRootWindow(d()), r.x + r.width / 2, r.y + r.height / 2, &sx, &sy, &child);
+        user->fakeMotion(sx, sy);
+        user->fakeButton(1, true), user->fakeButton(1, false);
+    }
+    void showLogin() {
+        velmoVpnConsoleShowLoginShell(*console, login.get(), loading.get(), ui.emailCompleter);
+        ASSERT_TRUE(runUntil([&] { return mapped(id(*login)); }));
+    }
+
+    KyList<KyString> history{"anna@velmo.io", "anton@example.net", "zoe@example.net"};
+    std::unique_ptr<KyMainWindow> console, login, loading;
+    VelmoVpnConsoleUi ui;
+};
+
+TEST_F(Shells, TabWalksTheLoginFormInReadingOrderAndReturnSendsIt) {
+    showLogin();
+    int sent = 0;
+    KyObject::connect(ui.signInButton, &KyPushButton::clicked, [&] { ++sent; });
+    click(id(*login), ui.emailField);
+    ASSERT_TRUE(runUntil([&] { return ui.emailField->hasFocus(); }));
+    type("me@x.io");
+    ASSERT_TRUE(runUntil([&] { return ui.emailField->getText() == "me@x.io"; }));
+
+    struct Row {
+        const char* name;
+        KyWidget* focused;
+    };
+    const Row rows[] = {{"password", ui.passwordField},
+                        {"custom base URL box", ui.customBaseUrl},
+                        {"base URL field", ui.baseUrlField},
+                        {"Sign In", ui.signInButton},
+                        {"wraps to the e-mail field", ui.emailField}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        tap(XK_Tab);
+        EXPECT_TRUE(runUntil([&] { return row.focused->hasFocus(); }));
+    }
+    tap(XK_Tab);
+    ASSERT_TRUE(runUntil([&] { return ui.passwordField->hasFocus(); }));
+    tap(XK_Return);
+    EXPECT_TRUE(runUntil([&] { return sent == 1; })) << "Return in the password field did not send the form";
+}
+
+TEST_F(Shells, EachShowLeavesExactlyItsShellMapped) {
+    using Show = void (*)(KyMainWindow&, KyMainWindow*, KyMainWindow*, KyCompleter*);
+    struct Row {
+        const char* name;
+        Show show;
+        KyMainWindow* target;
+    };
+    const Row rows[] = {{"loading", &velmoVpnConsoleShowLoadingShell, loading.get()},
+                        {"login", &velmoVpnConsoleShowLoginShell, login.get()},
+                        {"console", &velmoVpnConsoleShowConsoleShell, console.get()},
+                        {"console again stays", &velmoVpnConsoleShowConsoleShell, console.get()},
+                        {"back to loading", &velmoVpnConsoleShowLoadingShell, loading.get()}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        row.show(*console, login.get(), loading.get(), ui.emailCompleter);
+        auto only = [&] {
+            for (KyMainWindow* w : {console.get(), login.get(), loading.get()})
+                if (mapped(id(*w)) != (w == row.target)) return false;
+            return true;
+        };
+        EXPECT_TRUE(runUntil(only));
+        EXPECT_TRUE(row.target->isVisible());
+    }
+}
+
+TEST_F(Shells, EmailFieldOffersTheHistoryAndAChoiceMovesOnToThePassword) {
+    showLogin();
+    click(id(*login), ui.emailField);
+    ASSERT_TRUE(runUntil([&] { return ui.emailCompleter->isPopupVisible(); })) << "focus did not show the history";
+    EXPECT_EQ(ui.emailCompleter->completions(), history);
+
+    type("ant");
+    ASSERT_TRUE(runUntil([&] { return ui.emailCompleter->completions() == KyList<KyString>{"anton@example.net"}; }));
+    tap(XK_Down);
+    tap(XK_Return);
+    EXPECT_TRUE(runUntil([&] { return ui.passwordField->hasFocus() && !ui.emailCompleter->isPopupVisible(); }));
+    EXPECT_EQ(ui.emailField->getText(), "anton@example.net");
+
+    // Back in the field and out again: the popup closes after the focus left.
+    click(id(*login), ui.emailField);
+    tap(XK_BackSpace);
+    ASSERT_TRUE(runUntil([&] { return ui.emailCompleter->isPopupVisible(); }));
+    click(id(*login), ui.passwordField);
+    EXPECT_TRUE(runUntil([&] { return !ui.emailCompleter->isPopupVisible(); }));
+}
+
+// The mapped top-level whose title is title, or 0.
+Window findTitled(Display* d, const char* title) {
+    Window root = 0, parent = 0, *children = nullptr;
+    unsigned count = 0;
+    Window found = 0;
+    if (!XQueryTree(d, DefaultRootWindow(d), &root, &parent, &children, &count)) return 0;
+    for (unsigned i = 0; i < count && !found; ++i) {
+        char* name = nullptr;
+        XWindowAttributes a{};
+        if (XFetchName(d, children[i], &name) && name && std::string(name) == title &&
+            XGetWindowAttributes(d, children[i], &a) && a.map_state == IsViewable)
+            found = children[i];
+        if (name) XFree(name);
+    }
+    if (children) XFree(children);
+    return found;
+}
+
+TEST_F(Shells, AFailedStartIsReportedOnceInADarkBoxAtTheNextStart) {
+    kytest::TempDir dir;
+    const std::string state = dir.path().toStdString();
+    kytest::ScopedEnv env{{"XDG_STATE_HOME", state.c_str()}};
+    KyCrashHandler::setApplicationName("VelmoVpnConsole");
+    KyCrashReport stale;
+    KyCrashHandler::takeLastCrashReport(stale);
+    velmoVpnConsolePersistStartupFailure("opening", "No platform integration available");
+
+    // The box runs its own loop; a timer plays the user who reads and closes it.
+    int boxes = 0;
+    Window last = 0;
+    KyColor page;
+    const int timer = app->addTimer(
+        [&] {
+            const Window box = findTitled(d(), "VELMO VPN Console startup failure");
+            if (!box) return;
+            if (box != last) ++boxes, last = box;
+            // Closed once it is painted: the frame's margin shows the page colour.
+            page = user->pixel(box, 8, 120);
+            if (page != KyColor(10, 22, 30)) return;
+            XWindowAttributes a{};
+            XGetWindowAttributes(d(), box, &a);
+            int sx = 0, sy = 0;
+            Window child = 0;
+            XTranslateCoordinates(d(), box, DefaultRootWindow(d()), a.width / 2, a.height / 2, &sx, &sy, &child);
+            user->fakeMotion(sx, sy);
+            tap(XK_Return);
+        },
+        20000, false, KyFiberLaneDefault);
+    // A box that never turns dark is closed by the deadline, and the check below fails.
+    const int deadline = app->addTimer([&] { tap(XK_Escape); }, 10'000'000, true, KyFiberLaneDefault);
+    velmoVpnConsoleShowLastCrashReport(nullptr);
+    app->removeTimer(deadline);
+    EXPECT_EQ(boxes, 1);
+    EXPECT_EQ(page, KyColor(10, 22, 30)) << "the box is not in the console's palette";
+
+    velmoVpnConsoleShowLastCrashReport(nullptr);
+    EXPECT_EQ(boxes, 1) << "the report came back";
+    app->removeTimer(timer);
+}
+
+} // namespace
