@@ -45,6 +45,7 @@ VelmoVpnConsoleSnapshotFollowUp velmoVpnConsoleApplyAuthState(VelmoVpnConsoleSes
     session.displayName = jsonStringValue(object, "displayName");
     session.workspaceId = jsonStringValue(object, "workspaceId");
     session.role = jsonStringValue(object, "role");
+    session.localClientId = jsonStringValue(object, "clientId").trimmed();
     session.activeHotspotId = jsonStringValue(object, "activeHotspotId");
     session.authError = jsonStringValue(object, "error");
 

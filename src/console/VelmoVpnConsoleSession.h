@@ -54,6 +54,10 @@ struct VelmoVpnConsoleSession {
     KyString displayName;
     KyString workspaceId;
     KyString role;
+    /// This device's client id in the workspace ("clientId" of authState):
+    /// the key its own row carries in every VPN's device list, which joining
+    /// a VPN switches on.
+    KyString localClientId;
     /// The VPN the local client is on.
     KyString activeHotspotId;
     /// The client's own VPN, trimmed, from clientConfigState.

@@ -107,3 +107,19 @@ void velmoVpnConsoleShowConsoleShell(KyMainWindow& consoleWindow, KyMainWindow* 
                                      KyMainWindow* loadingWindow, KyCompleter* completer) {
     showOnly(&consoleWindow, {&consoleWindow, loginWindow, loadingWindow}, completer);
 }
+
+#include "console/VelmoVpnConsoleLoginMemory.h"
+
+void velmoVpnConsoleRememberIdentity(const KyString& baseUrl, const KyString& email, KyString& rememberedBaseUrl,
+                                     KyString& rememberedEmail, KyList<KyString>& history, KyCompleter* completer) {
+    if (email.trimmed().isEmpty()) return;
+    velmoVpnConsoleRememberLoginIdentity(baseUrl, email);
+    rememberedBaseUrl = velmoVpnConsoleRememberedBaseUrl();
+    rememberedEmail = velmoVpnConsoleRememberedEmail();
+    history = velmoVpnConsoleRememberedEmailHistory();
+    velmoVpnConsoleRefreshEmailCompleter(completer, history);
+}
+void velmoVpnConsoleRefreshEmailCompleter(KyCompleter* completer, const KyList<KyString>& history) {
+    if (completer) completer->setStringList(history);
+}
+void velmoVpnConsoleWireEmailAssistance(VelmoVpnConsoleUi&, const KyList<KyString>&) {}

@@ -117,3 +117,15 @@ void velmoVpnConsoleShowLoginShell(KyMainWindow& consoleWindow, KyMainWindow* lo
                                    KyMainWindow* loadingWindow, KyCompleter* completer);
 void velmoVpnConsoleShowConsoleShell(KyMainWindow& consoleWindow, KyMainWindow* loginWindow,
                                      KyMainWindow* loadingWindow, KyCompleter* completer);
+
+// Login assistance (placeholders until the login surface lands).
+template <typename T>
+class KyList;
+class KyString;
+void velmoVpnConsoleRememberIdentity(const KyString& baseUrl, const KyString& email, KyString& rememberedBaseUrl,
+                                     KyString& rememberedEmail, KyList<KyString>& history, KyCompleter* completer);
+void velmoVpnConsoleRefreshEmailCompleter(KyCompleter* completer, const KyList<KyString>& history);
+/// The e-mail field's four behaviours: suggestions on focus, the popup hidden
+/// 120 ms after focus leaves, suggestions refreshed as the text changes, and
+/// a chosen suggestion filling the field and moving on to the password.
+void velmoVpnConsoleWireEmailAssistance(VelmoVpnConsoleUi& ui, const KyList<KyString>& history);

@@ -14,6 +14,7 @@
 #include "core/io/KyDir.h"
 #include "core/io/KyFile.h"
 #include "../support/KyTestIpc.h"
+#include "../support/KyTestXvfb.h"
 
 namespace {
 
@@ -32,6 +33,7 @@ protected:
         // Its own IPC domain, so that the console meets no agent and leaves nothing behind.
         extra.push_back("VELMO_IPC_DOMAIN=" + domain_.name().toStdString());
         extra.push_back("KY_CONFIG_ROOT=" + state_.path().toStdString() + "/systemConfig");
+        extra.push_back(kytest::displayEnvironment());
         return extra;
     }
     // Starts the console and waits until its loop is about to run.

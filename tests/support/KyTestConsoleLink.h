@@ -15,6 +15,7 @@
 
 #include "KyTestIpc.h"
 #include "KyTestProcess.h"
+#include "KyTestXvfb.h"
 #include "console/VelmoVpnAgentProxy.h"
 #include "core/runtime/KyCoreApplication.h"
 
@@ -28,7 +29,7 @@ protected:
         const std::string home = home_.path().toStdString();
         return {"VELMO_IPC_DOMAIN=" + domain_.name().toStdString(), "HOME=" + home,
                 "XDG_CONFIG_HOME=" + home + "/config", "XDG_STATE_HOME=" + home + "/state",
-                "KY_CONFIG_ROOT=" + home + "/systemConfig"};
+                "KY_CONFIG_ROOT=" + home + "/systemConfig", displayEnvironment()};
     }
     /// Starts the console (without a forced failure or logging rules of the
     /// caller's environment) and waits until it searches for the agent.

@@ -5,7 +5,9 @@
 #pragma once
 
 #include <X11/Xlib.h>
+#include <X11/XKBlib.h>
 #include <X11/Xutil.h>
+#include <X11/keysym.h>
 #include <X11/extensions/XTest.h>
 
 #include <gtest/gtest.h>
@@ -105,6 +107,23 @@ public:
     void fakeButton(unsigned button, bool press) {
         XTestFakeButtonEvent(display_, button, press, CurrentTime);
         XSync(display_, False);
+    }
+    /// XTEST: one key pressed and released, with a modifier held around it.
+    void tapKey(KeySym sym, KeySym modifier = 0) {
+        if (modifier) XTestFakeKeyEvent(display_, XKeysymToKeycode(display_, modifier), True, CurrentTime);
+        XTestFakeKeyEvent(display_, XKeysymToKeycode(display_, sym), True, CurrentTime);
+        XTestFakeKeyEvent(display_, XKeysymToKeycode(display_, sym), False, CurrentTime);
+        if (modifier) XTestFakeKeyEvent(display_, XKeysymToKeycode(display_, modifier), False, CurrentTime);
+        XSync(display_, False);
+    }
+    /// XTEST: types printable ASCII text, with Shift where the keyboard map needs it.
+    void typeText(const std::string& text) {
+        for (const char c : text) {
+            const KeySym sym = static_cast<KeySym>(static_cast<unsigned char>(c));
+            const KeyCode code = XKeysymToKeycode(display_, sym);
+            const bool shifted = XkbKeycodeToKeysym(display_, code, 0, 0) != sym;
+            tapKey(sym, shifted ? XK_Shift_L : 0);
+        }
     }
 
     /// The colour of one pixel of a window, read back from the server.

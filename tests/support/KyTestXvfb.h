@@ -93,4 +93,9 @@ private:
     std::string fontDir_;
 };
 
+/// "DISPLAY=:N" of this process's private X server, for a child that opens
+/// windows (the console does): every such child draws there, never on the
+/// developer's desktop.
+inline std::string displayEnvironment() { return "DISPLAY=" + Xvfb::instance().display(); }
+
 } // namespace kytest

@@ -22,6 +22,8 @@ namespace {
 constexpr const char* kDisplayName = "Demo User";
 constexpr const char* kWorkspaceId = "ws-velmo-demo";
 constexpr const char* kRole = "admin";
+/// The client id of the machine the agent runs on, as the workspace knows it.
+constexpr const char* kLocalClientId = "cl-this-device";
 
 std::uint64_t mix(std::uint64_t x) {
     x += 0x9E3779B97F4A7C15ull;
@@ -212,6 +214,7 @@ void VelmoDemoWorkspace::publishAuth_() {
         o.insert("displayName", kDisplayName);
         o.insert("workspaceId", kWorkspaceId);
         o.insert("role", kRole);
+        o.insert("clientId", kLocalClientId);
     }
     o.insert("baseUrl", baseUrl_);
     o.insert("activeHotspotId", activeHotspotId_);
@@ -508,6 +511,24 @@ bool VelmoDemoWorkspace::setEndpointVpnState(const KyString& hotspotId, const Ky
     if (authStatus_ != "ready") {
         log_("Sign in before changing VPN access");
         return false;
+    }
+    // This machine's own client: switching it on in a VPN joins that VPN,
+    // switching it off leaves it.
+    if (clientId == kLocalClientId) {
+        if (!catalog_.hotspot(hotspotId)) {
+            log_("Cannot join an unknown VPN: " + hotspotId);
+            return false;
+        }
+        if (enabled) {
+            if (hotspotId == activeHotspotId_) return true;
+            rememberedHotspotId_ = hotspotId;
+            joinHotspot_(hotspotId);
+        } else if (hotspotId == activeHotspotId_) {
+            rememberedHotspotId_.clear();
+            leaveHotspot_(false);
+        }
+        saveSession_();
+        return true;
     }
     VelmoDemoEndpoint* e = catalog_.endpoint(hotspotId, clientId);
     if (!e) {
