@@ -82,4 +82,11 @@ TEST(VelmoPngWriter, FileHoldsRowsInStoredBlocksWithValidChunks) {
     EXPECT_TRUE(velmo::png::encodeArgb(0, 5, {}).empty());
 }
 
+TEST(VelmoPngWriter, OpaqueImageIsWrittenAsRgb) {
+    const std::vector<std::uint8_t> file = velmo::png::encodeArgb(3, 2, std::vector<std::uint32_t>(6, 0xFF102030u));
+    ASSERT_EQ(file.size(), 88u);  // signature, IHDR, IDAT of 2 rows of 1 + 3 x 3 bytes, IEND
+    EXPECT_EQ(file[25], 2);       // colour type: RGB
+    EXPECT_EQ(file[8 + 25 + 8 + 7 + 1], 0x10);  // first pixel's red, after the filter byte
+}
+
 }  // namespace

@@ -92,8 +92,13 @@ std::vector<std::uint8_t> zlibStored(const std::vector<std::uint8_t>& data) {
 std::vector<std::uint8_t> encodeArgb(int width, int height, const std::vector<std::uint32_t>& argb) {
     if (width <= 0 || height <= 0 || argb.size() < static_cast<std::size_t>(width) * static_cast<std::size_t>(height))
         return {};
+    // An image with no see-through pixel (a screenshot) is written as RGB:
+    // with stored blocks every byte counts, and a quarter of them would be 255.
+    bool opaque = true;
+    for (std::size_t i = 0; i < static_cast<std::size_t>(width) * height && opaque; ++i) opaque = argb[i] >> 24 == 0xFF;
+    const std::size_t channels = opaque ? 3 : 4;
     std::vector<std::uint8_t> raw;
-    raw.reserve(static_cast<std::size_t>(height) * (1 + static_cast<std::size_t>(width) * 4));
+    raw.reserve(static_cast<std::size_t>(height) * (1 + static_cast<std::size_t>(width) * channels));
     for (int y = 0; y < height; ++y) {
         raw.push_back(0);  // filter: none
         for (int x = 0; x < width; ++x) {
@@ -101,14 +106,15 @@ std::vector<std::uint8_t> encodeArgb(int width, int height, const std::vector<st
             raw.push_back(static_cast<std::uint8_t>(p >> 16));
             raw.push_back(static_cast<std::uint8_t>(p >> 8));
             raw.push_back(static_cast<std::uint8_t>(p));
-            raw.push_back(static_cast<std::uint8_t>(p >> 24));
+            if (!opaque) raw.push_back(static_cast<std::uint8_t>(p >> 24));
         }
     }
     std::vector<std::uint8_t> out = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
     std::vector<std::uint8_t> header;
     putBe32(header, static_cast<std::uint32_t>(width));
     putBe32(header, static_cast<std::uint32_t>(height));
-    header.insert(header.end(), {8, 6, 0, 0, 0});  // 8 bits, RGBA, deflate, adaptive filters, no interlace
+    // 8 bits, RGB or RGBA, deflate, adaptive filters, no interlace
+    header.insert(header.end(), {8, static_cast<std::uint8_t>(opaque ? 2 : 6), 0, 0, 0});
     putChunk(out, "IHDR", header);
     putChunk(out, "IDAT", zlibStored(raw));
     putChunk(out, "IEND", {});

@@ -1,7 +1,7 @@
 // VelmoPngWriter: a minimal PNG encoder for the project's build tools (the
 // hicolor icons) and its screenshot tool, with no compression library.
 //
-// Images are written as 8-bit RGBA, every row with filter 0, inside a zlib
+// Images are written as 8-bit RGBA (RGB when no pixel is see-through), every row with filter 0, inside a zlib
 // stream of "stored" deflate blocks: the files are larger than a compressing
 // encoder's but byte-exact, and every reader takes them. The CRC-32 of each
 // chunk and the Adler-32 of the zlib stream are computed here. Pure functions,
