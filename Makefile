@@ -7,7 +7,7 @@ FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 30
 JOBS       ?= $(shell nproc)
 
-.PHONY: all build run test test-plain test-asan fuzz fuzz-run bench clean
+.PHONY: all build run test test-plain test-asan fuzz fuzz-run bench screenshots install clean
 
 all: build
 
@@ -45,6 +45,12 @@ test: test-plain test-asan fuzz-run
 
 bench: build
 	bash scripts/run-benchmarks.sh $(BUILD)
+
+screenshots: $(BUILD)/build.ninja
+	cmake --build $(BUILD) --target screenshots -j $(JOBS)
+
+install: build
+	cmake --install $(BUILD) $(if $(PREFIX),--prefix $(PREFIX))
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)

@@ -13,6 +13,7 @@ packages=(
   xvfb xauth x11-utils procps
   libxtst-dev xclip trayer
   fonts-dejavu-core xfonts-utils x11-xserver-utils
+  desktop-file-utils openbox
 )
 
 missing=()

@@ -2,6 +2,8 @@
 // window's reparenting into and out of the tray.
 #include "gui/platform/KyX11TrayIcon.h"
 
+#include <X11/Xutil.h>
+
 #include <string>
 
 #include "core/io/KyDebug.h"
@@ -32,6 +34,17 @@ KyX11TrayIcon::KyX11TrayIcon(KyX11PlatformIntegration* integration, Window windo
     XGetWindowAttributes(display_, root_, &attributes);
     XSelectInput(display_, root_, attributes.your_event_mask | StructureNotifyMask);
     filterId_ = integration_->addEventFilter([this](XEvent& event) { return filterEvent_(event); });
+    // Trays that take icons in through an embedding socket (trayer and other
+    // GTK trays) size each icon from its size hints; with none it would get
+    // a single pixel of width.
+    XWindowAttributes own{};
+    if (XGetWindowAttributes(display_, window_, &own)) {
+        XSizeHints hints{};
+        hints.flags = PMinSize | PBaseSize;
+        hints.min_width = hints.base_width = own.width;
+        hints.min_height = hints.base_height = own.height;
+        XSetWMNormalHints(display_, window_, &hints);
+    }
     requestDock();
 }
 
