@@ -5,6 +5,8 @@
 // child processes on the test's private X server.
 #include <X11/keysym.h>
 
+#include <thread>
+
 #include "../support/KyTestConsoleLink.h"
 #include "../support/KyTestSecret.h"
 #include "../support/KyTestX11.h"
@@ -17,23 +19,53 @@ using namespace std::chrono_literals;
 
 class ConsoleSignIn : public kytest::ConsoleLinkFixture {
 protected:
-    /// Puts the pointer on the middle of the mapped top-level window of this
-    /// size: without a window manager the keyboard follows the pointer.
-    bool pointAtWindow(int width, int height) {
+    /// Clicks into the top-most input field of the mapped top-level window of
+    /// this size (the first row with a long run of the input background),
+    /// once it is painted: the keys that follow go to that field whatever
+    /// the console's own focus does meanwhile. Without a window manager the
+    /// keyboard follows the pointer, which stays there.
+    bool clickFirstField(int width, int height) {
+        const KyColor input(11, 24, 31);
+        const auto deadline = std::chrono::steady_clock::now() + 30s;
+        while (std::chrono::steady_clock::now() < deadline) {
+            XWindowAttributes a{};
+            const Window window = topLevel(width, height, a);
+            if (window) {
+                const std::vector<std::uint32_t> pixels = user_.pixels(window, {0, 0, width, height});
+                for (int y = 0; pixels.size() == static_cast<size_t>(width) * height && y < height; ++y) {
+                    int run = 0;
+                    for (int x = 0; x < width; ++x) {
+                        const std::uint32_t p = pixels[static_cast<size_t>(y) * width + x];
+                        run = KyColor::fromRgb((p >> 16) & 0xff, (p >> 8) & 0xff, p & 0xff) == input ? run + 1 : 0;
+                        if (run == width / 2) {
+                            user_.fakeMotion(a.x + x - run / 2, a.y + y + 4);
+                            user_.fakeButton(1, true);
+                            user_.fakeButton(1, false);
+                            return true;
+                        }
+                    }
+                }
+            }
+            std::this_thread::sleep_for(50ms);
+        }
+        return false;
+    }
+
+    Window topLevel(int width, int height, XWindowAttributes& found) {
         Display* d = user_.display();
         Window root = 0, parent = 0, *children = nullptr;
         unsigned count = 0;
         if (!XQueryTree(d, DefaultRootWindow(d), &root, &parent, &children, &count)) return false;
-        bool found = false;
-        for (unsigned i = 0; i < count && !found; ++i) {
+        Window match = 0;
+        for (unsigned i = 0; i < count && !match; ++i) {
             XWindowAttributes a{};
             if (!XGetWindowAttributes(d, children[i], &a) || a.map_state != IsViewable) continue;
             if (a.width != width || a.height != height) continue;
-            user_.fakeMotion(a.x + width / 2, a.y + height / 2);
-            found = true;
+            found = a;
+            match = children[i];
         }
         if (children) XFree(children);
-        return found;
+        return match;
     }
 
     kytest::XUser user_;
@@ -45,9 +77,9 @@ TEST_F(ConsoleSignIn, FromTheKeyboardLeavingNoCopyOfARefusedPassword) {
     // The loading window comes first; the login form after the grace time.
     ASSERT_TRUE(console.waitForError("shell: loading", 30s)) << console.err();
     ASSERT_TRUE(console.waitForError("shell: login", 30s)) << console.err();
-    ASSERT_TRUE(pointAtWindow(440, 530));
+    ASSERT_TRUE(clickFirstField(440, 530));
 
-    // The form opens with the keyboard on the e-mail field; Return sends it.
+    // The e-mail field first, Tab to the password; Return sends the form.
     const MaskedSecret secret;
     user_.typeText("demo@velmo.net");
     user_.tapKey(XK_Tab);
