@@ -42,7 +42,8 @@ TEST(KySettingsFormat, ParsesSectionsKeysCommentsAndEscapes) {
         {"escaped blanks stay", "k=\\s v \\s\n", {{"k", "  v  "}}},
         {"newlines tabs backslash", "k=a\\nb\\tc\\\\d\\re\\0f\n", {{"k", std::string("a\nb\tc\\d\re\0f", 11)}}},
         {"equals in value", "k=a=b=c\n", {{"k", "a=b=c"}}}, {"escaped equals in key", "a\\=b=c\n", {{"a=b", "c"}}},
-        {"hex bytes", "k=\\xff\\x41\n", {{"k", "\xff" "A"}}}, {"crlf lines", "[g]\r\nk=v\r\n", {{"g/k", "v"}}},
+        {"hex bytes", "k=\\xff\\x41\\x0A\\x30\n", {{"k", "\xff" "A\n0"}}},
+        {"escaped trailing blank", "k=a\\ \n", {{"k", "a "}}}, {"crlf lines", "[g]\r\nk=v\r\n", {{"g/k", "v"}}},
         {"last one wins", "k=1\nk=2\n", {{"k", "2"}}},
         {"slashes normalised", "[/a//b/]\nc=1\nd/e=2\n", {{"a/b/c", "1"}, {"a/b/d/e", "2"}}},
         {"empty section is the top", "[g]\nx=1\n[]\ny=2\n", {{"g/x", "1"}, {"y", "2"}}},
@@ -104,6 +105,7 @@ TEST(KySettingsFormat, StringListsKeepCommasBackslashesAndEmptyItems) {
         EXPECT_EQ(KySettingsFormat::decodeStringList(KySettingsFormat::encodeStringList(r.items)), r.items);
     }
     EXPECT_EQ(KySettingsFormat::decodeStringList("a,b"), (KyList<KyString>{"a", "b"})) << "hand-written lists";
+    EXPECT_EQ(KySettingsFormat::decodeStringList("a,\\,"), (KyList<KyString>{"a", ","})) << "an escape ends an item";
 }
 
 TEST(KySettings, GroupsNestAndListTheirKeysAndChildren) {
@@ -176,10 +178,15 @@ TEST(KySettings, TypedValuesReadBackOrFallBackToDefaults) {
     }
 }
 
-TEST(KySettings, EverythingRoundTripsThroughSaveAndAFreshInstance) {
+TEST(KySettings, EverythingRoundTripsThroughSaveOrDestructionAndNothingIsWrittenUnasked) {
     TempDir dir;
-    const KyString path = dir.file("round.conf");
+    const KyString path = dir.file("sub/dir/round.conf");
     const KyList<KyString> history{"ann@example.org", "bob, jr@example.org", "line\nbreak", "ünïcödé@例え.jp", ""};
+    {
+        KySettings reader(path);
+        EXPECT_EQ(reader.value("k", "none"), "none");
+    }
+    EXPECT_FALSE(KyFile::exists(path)) << "reading alone creates no file";
     {
         KySettings s(path);
         s.beginGroup("login");
@@ -189,11 +196,11 @@ TEST(KySettings, EverythingRoundTripsThroughSaveAndAFreshInstance) {
         s.setValue("multi", "first\nsecond\n");
         s.endGroup();
         s.setValue("ratio", 3.25);
-        s.setValue("flag", true);
         EXPECT_TRUE(s.hasUnsavedChanges());
         ASSERT_TRUE(s.save()) << s.errorString();
         EXPECT_FALSE(s.hasUnsavedChanges());
         EXPECT_EQ(s.status(), KySettings::NoError);
+        s.setValue("flag", true); // unsaved: written when the object goes
     }
     KySettings again(path);
     EXPECT_EQ(again.status(), KySettings::NoError);
@@ -206,22 +213,6 @@ TEST(KySettings, EverythingRoundTripsThroughSaveAndAFreshInstance) {
     EXPECT_EQ(again.valueDouble("ratio"), 3.25);
     EXPECT_TRUE(again.valueBool("flag"));
     EXPECT_EQ(KyFileInfo(path).permissions(), 0600u) << "a new settings file is private to the user";
-}
-
-TEST(KySettings, UnsavedChangesAreSavedOnDestructionAndNothingIsWrittenUnasked) {
-    TempDir dir;
-    const KyString path = dir.file("sub/dir/late.conf");
-    {
-        KySettings reader(path);
-        EXPECT_EQ(reader.value("k", "none"), "none");
-    }
-    EXPECT_FALSE(KyFile::exists(path)) << "reading alone creates no file";
-    {
-        KySettings writer(path);
-        writer.setValue("k", "v");
-    }
-    KySettings after(path);
-    EXPECT_EQ(after.value("k"), "v");
 }
 
 TEST(KySettings, SyncKeepsWhatAnotherWriterSavedMeanwhile) {
