@@ -16,6 +16,7 @@
 #include <functional>
 #include <memory>
 #include <stdexcept>
+#include <vector>
 
 #include "console/VelmoVpnAgentProxy.h"
 #include "console/VelmoVpnConsoleAgentTrust.h"
@@ -159,6 +160,25 @@ int runVelmoVpnConsole(int argc, char** argv) {
 
     std::unique_ptr<VelmoVpnAgentProxy> agentProxy;
     std::unique_ptr<VelmoVpnConsoleClient> consoleClient;
+    // A call to the agent waits in a nested loop that runs posted work and
+    // timers, and the agent may vanish meanwhile: the link objects dropped
+    // then are retired, and freed once no call is under way.
+    int agentCallDepth = 0;
+    std::vector<std::unique_ptr<VelmoVpnAgentProxy>> retiredProxies;
+    std::vector<std::unique_ptr<VelmoVpnConsoleClient>> retiredClients;
+    auto callAgent = [&](const std::function<void(VelmoVpnAgentProxy&)>& call) {
+        VelmoVpnAgentProxy* proxy = agentProxy.get();
+        if (!proxy) return;
+        ++agentCallDepth;
+        call(*proxy);
+        if (--agentCallDepth == 0) {
+            retiredProxies.clear();
+            retiredClients.clear();
+        }
+    };
+    // The windows stay down until the start order reaches them (and, when
+    // started hidden, until the user asks for one).
+    bool shellsLive = false;
     KyString boundTarget;
     uint32_t boundPid = 0;
     // Whose agent may hear the user's password; the Sign In road
@@ -185,7 +205,9 @@ int runVelmoVpnConsole(int argc, char** argv) {
     std::function<void()> refreshEndpointList = [&] { velmoVpnConsoleRefreshEndpointWidgets(ui, session); };
     std::function<void()> refreshFilterUi = [&] { velmoVpnConsoleRefreshFilterWidgets(ui, session.backendConnected); };
     std::function<void()> pushFilterState = [&] {
-        velmoVpnConsolePushFilterForm(ui, agentProxy.get(), session.backendConnected, session.applyingDefaults);
+        callAgent([&](VelmoVpnAgentProxy& proxy) {
+            velmoVpnConsolePushFilterForm(ui, &proxy, session.backendConnected, session.applyingDefaults);
+        });
     };
     auto deactivateOverlay = [&ui] {
         if (ui.loadingOverlay && ui.loadingOverlay->isActive()) ui.loadingOverlay->setActive(false);
@@ -240,8 +262,12 @@ int runVelmoVpnConsole(int argc, char** argv) {
         setReadOnly(ui.baseUrlField,
                     velmoVpnConsoleBaseUrlReadOnly(view.ready, ui.customBaseUrl && ui.customBaseUrl->isChecked()));
         // 5.
-        if (ui.baseUrlField && ui.baseUrlField->getText() != session.baseUrl) ui.baseUrlField->setText(session.baseUrl);
-        if (ui.emailField) {
+        // A field the user is typing in is left alone: a snapshot arriving
+        // meanwhile must not take the typed text away.
+        auto typing = [](KyLineEdit* field) { return field->hasFocus() && !field->getReadOnly(); };
+        if (ui.baseUrlField && ui.baseUrlField->getText() != session.baseUrl && !typing(ui.baseUrlField))
+            ui.baseUrlField->setText(session.baseUrl);
+        if (ui.emailField && !typing(ui.emailField)) {
             if (const std::optional<KyString> email = velmoVpnConsoleEmailFieldUpdate(session, ui.emailField->getText()))
                 ui.emailField->setText(*email);
         }
@@ -259,7 +285,7 @@ int runVelmoVpnConsole(int argc, char** argv) {
         refreshMonitor();
         // 9.
         const VelmoVpnConsoleShellStep step = velmoVpnConsoleApplyShellDecision(session);
-        if (step.changed) {
+        if (step.changed && shellsLive) {
             if (step.shell == kVelmoVpnConsoleLoadingShell) {
                 showLoadingSurface();
             } else if (step.shell == kVelmoVpnConsoleLoginShell) {
@@ -269,11 +295,18 @@ int runVelmoVpnConsole(int argc, char** argv) {
             } else if (step.showConsole) {
                 deactivateOverlay();
                 showConsoleShell();
+            } else {
+                // Ready on someone else's VPN: the console stays in the
+                // tray, and neither the loading nor the login window is
+                // left behind on the screen.
+                deactivateOverlay();
+                loginWindow.hide();
+                loadingWindow.hide();
             }
         }
         // 10.
         const VelmoVpnConsoleTuckAway tuck = velmoVpnConsoleApplyTuckAwayRule(session);
-        if (tuck.tuckAway) {
+        if (tuck.tuckAway && shellsLive) {
             deactivateOverlay();
             if (ui.emailCompleter) ui.emailCompleter->hidePopup();
             consoleWindow.hide();
@@ -289,8 +322,12 @@ int runVelmoVpnConsole(int argc, char** argv) {
     // The agent is gone: drop the link and fall back to the loading surface.
     auto loseBackend = [&] {
         if (!session.backendConnected && !agentProxy) return;
-        consoleClient.reset();
-        agentProxy.reset();
+        retiredClients.push_back(std::move(consoleClient));
+        retiredProxies.push_back(std::move(agentProxy));
+        if (agentCallDepth == 0) {
+            retiredProxies.clear();
+            retiredClients.clear();
+        }
         boundTarget = KyString();
         boundPid = 0;
         velmoVpnConsoleApplyBackendLost(session);
@@ -417,21 +454,27 @@ int runVelmoVpnConsole(int argc, char** argv) {
 
     // The user's actions.
     auto signIn = [&] {
-        if (!velmoVpnConsoleBeginSignIn(session, agentProxy != nullptr)) return;
-        // Steps 1-3 (the session's part came first: a refused agent must not
-        // even see the remembered identity change).
+        if (!agentProxy || !session.backendConnected) return;
+        // 1-2.
         if (ui.baseUrlField && ui.emailField)
             velmoVpnConsoleRememberIdentity(ui.baseUrlField->getText(), ui.emailField->getText(), session.baseUrl,
                                             session.rememberedEmail, session.emailHistory, ui.emailCompleter);
         if (ui.emailCompleter) ui.emailCompleter->hidePopup();
+        // 3.
+        if (!velmoVpnConsoleBeginSignIn(session, true)) return;
         refreshSessionUi();
-        // 4-5. The password leaves the field for the call and is wiped
-        // whatever the call gives.
+        // 4-5. The password leaves the field for the call, and the copy is
+        // wiped by the call whatever it gives.
         KyString password = ui.passwordField ? ui.passwordField->getText() : KyString();
         if (ui.passwordField) ui.passwordField->clearSecurely();
-        const VelmoVpnSignInResult result = velmoVpnConsoleSendLogin(
-            agentProxy.get(), trustPolicy, ui.baseUrlField ? ui.baseUrlField->getText() : session.baseUrl,
-            ui.emailField ? ui.emailField->getText() : KyString(), password, 2000);
+        VelmoVpnSignInResult result = VelmoVpnSignInResult::NoAgent;
+        KyString callError;
+        callAgent([&](VelmoVpnAgentProxy& proxy) {
+            result = velmoVpnConsoleSendLogin(&proxy, trustPolicy,
+                                              ui.baseUrlField ? ui.baseUrlField->getText() : session.baseUrl,
+                                              ui.emailField ? ui.emailField->getText() : KyString(), password, 2000);
+            if (result == VelmoVpnSignInResult::CallFailed) callError = proxy.lastError("loginUser");
+        });
         if (result == VelmoVpnSignInResult::AgentNotTrusted) {
             // Another account's process took the agent's place: let go of it.
             loseBackend();
@@ -440,7 +483,7 @@ int runVelmoVpnConsole(int argc, char** argv) {
             // comes back with the reason instead of waiting for ever. An
             // answer that does come later settles the state all the same.
             session.authStatus = "logged_out";
-            session.authError = agentProxy ? agentProxy->lastError("loginUser") : KyString("rpc: failed");
+            session.authError = callError.isEmpty() ? KyString("rpc: failed") : callError;
             refreshSessionUi();
             if (ui.passwordField && loginWindow.isVisible()) ui.passwordField->requestFocus();
         }
@@ -448,7 +491,7 @@ int runVelmoVpnConsole(int argc, char** argv) {
     auto logout = [&] {
         if (!velmoVpnConsoleBeginLogout(session, agentProxy != nullptr)) return;
         refreshSessionUi();
-        agentProxy->logoutUser(2000);
+        callAgent([](VelmoVpnAgentProxy& proxy) { proxy.logoutUser(2000); });
     };
     auto clearLog = [&] {
         if (ui.logEditor) ui.logEditor->clear();
@@ -456,7 +499,7 @@ int runVelmoVpnConsole(int argc, char** argv) {
         session.txCount = 0;
         session.dropCount = 0;
         refreshMonitor();
-        if (agentProxy && session.backendConnected) agentProxy->clearLog(2000);
+        if (session.backendConnected) callAgent([](VelmoVpnAgentProxy& proxy) { proxy.clearLog(2000); });
     };
     auto filterChanged = [&] { pushFilterState(); };
 
@@ -468,14 +511,17 @@ int runVelmoVpnConsole(int argc, char** argv) {
             if (!step.selected) return;
             refreshCatalogList();
             refreshEndpointList();
-            if (step.askAgent && agentProxy) agentProxy->setInspectedHotspot(id, 2000);
+            if (step.askAgent)
+                callAgent([&id](VelmoVpnAgentProxy& proxy) { proxy.setInspectedHotspot(id, 2000); });
         },
         [&](const KyString& id, bool enabled) {
             const VelmoVpnConsoleEndpointCall call =
                 velmoVpnConsoleJoinHotspot(session, agentProxy != nullptr, id, session.localClientId, enabled);
             if (!call.send) return;
             if (enabled) velmoVpnConsoleStartJoinPulse(ui, id);
-            agentProxy->setEndpointVpnState(call.hotspotId, call.clientId, call.enabled, 2000);
+            callAgent([&call](VelmoVpnAgentProxy& proxy) {
+                proxy.setEndpointVpnState(call.hotspotId, call.clientId, call.enabled, 2000);
+            });
             refreshCatalogList();
             refreshEndpointList();
             refreshSessionUi();
@@ -485,7 +531,9 @@ int runVelmoVpnConsole(int argc, char** argv) {
                 session, agentProxy != nullptr, clientId, session.localClientId, enabled);
             if (!call.send) return;
             refreshEndpointList();
-            agentProxy->setEndpointVpnState(call.hotspotId, call.clientId, call.enabled, 2000);
+            callAgent([&call](VelmoVpnAgentProxy& proxy) {
+                proxy.setEndpointVpnState(call.hotspotId, call.clientId, call.enabled, 2000);
+            });
         });
 
     if (ui.customBaseUrl)
@@ -633,11 +681,13 @@ int runVelmoVpnConsole(int argc, char** argv) {
         appendLog("Console started in background mode");
     } else {
         velmoVpnConsoleShowLastCrashReport(nullptr);
+        shellsLive = true;
         showLoadingSurface();
     }
 
     // 17. The session menu, the tray, and one wake of the loop.
     auto openRelevantWindow = [&] {
+        shellsLive = true;
         const bool ready = velmoVpnConsoleIsSessionReady(session.backendConnected, session.authStatus);
         const bool loading =
             velmoVpnConsoleShouldShowLoading(session.backendConnected, session.authStatus, session.bootstrapDone);
@@ -659,11 +709,14 @@ int runVelmoVpnConsole(int argc, char** argv) {
     tray.addAction("Logout", logout);
     tray.addAction("Quit", [&] {
         gQuitRequested = true;
-        if (session.backendConnected && agentProxy && agentProxy->remotePid_() != 0 &&
-            pidAlive(agentProxy->remotePid_())) {
-            appendLog("Requesting backend shutdown...");
-            if (!agentProxy->requestShutdown(1500))
-                appendLog("WARNING: Backend shutdown request failed: " + agentProxy->lastError("requestShutdown"));
+        if (session.backendConnected) {
+            callAgent([&](VelmoVpnAgentProxy& proxy) {
+                const uint32_t pid = proxy.remotePid_();
+                if (pid == 0 || !pidAlive(pid)) return;
+                appendLog("Requesting backend shutdown...");
+                if (!proxy.requestShutdown(1500))
+                    appendLog("WARNING: Backend shutdown request failed: " + proxy.lastError("requestShutdown"));
+            });
         }
         app.quit();
     });

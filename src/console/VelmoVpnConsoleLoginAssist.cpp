@@ -42,6 +42,11 @@ void velmoVpnConsoleWireEmailAssistance(VelmoVpnConsoleUi& ui, const KyList<KySt
     if (!email || !completer) return;
     const KyList<KyString>* live = &history;
 
+    KyObject::connect(completer, &KyCompleter::activated, email, [email, password, completer](const KyString& text) {
+        if (email->getText() != text) email->setText(text);
+        if (password && KyObject::isLive(password)) password->requestFocus();
+        completer->hidePopup();
+    });
     KyObject::connect(email, &KyWidget::FocusChanged, completer, [email, completer, live](const bool& focused) {
         if (focused) {
             velmoVpnConsoleShowEmailSuggestions(completer, email, *live);
@@ -55,10 +60,5 @@ void velmoVpnConsoleWireEmailAssistance(VelmoVpnConsoleUi& ui, const KyList<KySt
     // address, a signed-in user) must not open a popup on its own.
     KyObject::connect(email, &KyLineEdit::TextChanged, completer, [email, completer, live](const KyString&) {
         if (email->hasFocus()) velmoVpnConsoleShowEmailSuggestions(completer, email, *live);
-    });
-    KyObject::connect(completer, &KyCompleter::activated, email, [email, password, completer](const KyString& text) {
-        if (email->getText() != text) email->setText(text);
-        if (password && KyObject::isLive(password)) password->requestFocus();
-        completer->hidePopup();
     });
 }
