@@ -200,13 +200,17 @@ TEST_F(VpnsPage, CtrlCAndTheRowMenuCopyADevicesAddressesAndName) {
 }
 
 TEST_F(VpnsPage, SwitchPixelsShowOnOffAndGreyed) {
-    EXPECT_GT(accentPixels(ui.hotspotView, 0), 100) << "the active VPN's switch is on";
-    EXPECT_EQ(accentPixels(ui.hotspotView, 1), 0) << "an idle VPN's switch is off";
-    EXPECT_GT(accentPixels(ui.endpointView, 0), 100) << "an allowed device's switch is on";
+    // Read back until the server has the frame: a loaded machine paints late.
+    auto shows = [this](KyListView* view, int row, bool on) {
+        return runUntil([&] { return on ? accentPixels(view, row) > 100 : accentPixels(view, row) == 0; });
+    };
+    EXPECT_TRUE(shows(ui.hotspotView, 0, true)) << "the active VPN's switch is on";
+    EXPECT_TRUE(shows(ui.hotspotView, 1, false)) << "an idle VPN's switch is off";
+    EXPECT_TRUE(shows(ui.endpointView, 0, true)) << "an allowed device's switch is on";
     session.authStatus = "restoring";
     refresh();
     settle();
-    EXPECT_EQ(accentPixels(ui.endpointView, 0), 0) << "not interactive: the same switch is greyed";
+    EXPECT_TRUE(shows(ui.endpointView, 0, false)) << "not interactive: the same switch is greyed";
 }
 
 TEST_F(VpnsPage, TheBadgeGlyphFallsBackWhereTheServerLacksTheEmojiFace) {
