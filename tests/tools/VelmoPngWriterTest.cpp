@@ -40,47 +40,83 @@ TEST(VelmoPngWriter, ChecksumsMatchTheirCheckValues) {
     }
 }
 
-// An inflater for stored and fixed-Huffman blocks, written from the format
-// with its own tables; false on anything it does not understand.
+// A canonical Huffman code read from its code lengths, decoded bit by bit.
+struct Huffman {
+    explicit Huffman(const std::vector<int>& lengths) {
+        for (int l = 1; l < 16; ++l)
+            for (std::size_t s = 0; s < lengths.size(); ++s)
+                if (lengths[s] == l) ++count[l], symbols.push_back(int(s));
+    }
+    int count[16] = {};
+    std::vector<int> symbols;  // by length, then by symbol
+};
+
+// An inflater for all three block types, written from the format with its
+// own tables; false on anything it does not understand.
 class Inflater {
 public:
     explicit Inflater(const std::vector<std::uint8_t>& in) : in_(in) {}
 
     bool run(std::vector<std::uint8_t>& out) {
-        static const unsigned lengthBase[] = {3,  4,  5,  6,  7,  8,  9,  10, 11,  13,  15,  17,  19,  23, 27,
-                                              31, 35, 43, 51, 59, 67, 83, 99, 115, 131, 163, 195, 227, 258};
-        static const unsigned lengthExtra[] = {0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2,
-                                               2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5, 0};
-        static const unsigned distBase[] = {1,   2,   3,   4,   5,   7,    9,    13,   17,   25,   33,   49,   65,    97,    129,
-                                            193, 257, 385, 513, 769, 1025, 1537, 2049, 3073, 4097, 6145, 8193, 12289, 16385, 24577};
+        static const int lengthBase[] = {3,  4,  5,  6,  7,  8,  9,  10, 11,  13,  15,  17,  19,  23, 27,
+                                         31, 35, 43, 51, 59, 67, 83, 99, 115, 131, 163, 195, 227, 258};
+        static const int lengthExtra[] = {0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2,
+                                          2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5, 0};
+        static const int distBase[] = {1,   2,   3,   4,   5,   7,    9,    13,   17,   25,   33,   49,   65,    97,    129,
+                                       193, 257, 385, 513, 769, 1025, 1537, 2049, 3073, 4097, 6145, 8193, 12289, 16385, 24577};
+        static const int order[19] = {16, 17, 18, 0, 8, 7, 9, 6, 10, 5, 11, 4, 12, 3, 13, 2, 14, 1, 15};
         for (bool last = false; !last;) {
             last = bits_(1);
-            const unsigned type = bits_(2);
+            const int type = bits_(2);
             if (type == 0) {
                 bit_ = (bit_ + 7) / 8 * 8;
                 const unsigned len = bits_(16), nlen = bits_(16);
                 if ((len ^ 0xFFFF) != nlen || bit_ / 8 + len > in_.size()) return false;
                 out.insert(out.end(), in_.begin() + bit_ / 8, in_.begin() + bit_ / 8 + len);
                 bit_ += 8 * len;
-            } else if (type == 1) {
-                for (;;) {
-                    const unsigned symbol = fixedSymbol_();
-                    if (symbol < 256) {
-                        out.push_back(static_cast<std::uint8_t>(symbol));
-                        continue;
-                    }
-                    if (symbol == 256) break;
-                    if (symbol > 285) return false;
-                    const unsigned length = lengthBase[symbol - 257] + bits_(lengthExtra[symbol - 257]);
-                    unsigned code = 0;
-                    for (int i = 0; i < 5; ++i) code = code << 1 | bits_(1);
-                    if (code > 29) return false;
-                    const unsigned distance = distBase[code] + bits_(code < 4 ? 0 : code / 2 - 1);
-                    if (distance > out.size() || distance > 32768) return false;
-                    for (unsigned i = 0; i < length; ++i) out.push_back(out[out.size() - distance]);
+                continue;
+            }
+            std::vector<int> lengths;
+            std::size_t literals = 288;
+            if (type == 1) {
+                lengths.assign(288, 8);
+                std::fill(lengths.begin() + 144, lengths.begin() + 256, 9);
+                std::fill(lengths.begin() + 256, lengths.begin() + 280, 7);
+                lengths.insert(lengths.end(), 30, 5);
+            } else if (type == 2) {
+                literals = bits_(5) + 257;
+                const std::size_t distances = bits_(5) + 1, runCodes = bits_(4) + 4;
+                std::vector<int> runLengths(19, 0);
+                for (std::size_t i = 0; i < runCodes; ++i) runLengths[order[i]] = bits_(3);
+                const Huffman runs(runLengths);
+                while (lengths.size() < literals + distances && bit_ <= 8 * in_.size()) {
+                    const int r = decode_(runs);
+                    if (r < 16) lengths.push_back(r);
+                    else if (r == 16 && !lengths.empty()) lengths.insert(lengths.end(), 3 + bits_(2), lengths.back());
+                    else if (r == 17) lengths.insert(lengths.end(), 3 + bits_(3), 0);
+                    else if (r == 18) lengths.insert(lengths.end(), 11 + bits_(7), 0);
+                    else return false;
                 }
+                if (lengths.size() != literals + distances) return false;
             } else {
                 return false;
+            }
+            const Huffman literal({lengths.begin(), lengths.begin() + literals});
+            const Huffman distance({lengths.begin() + literals, lengths.end()});
+            while (bit_ <= 8 * in_.size()) {
+                const int symbol = decode_(literal);
+                if (symbol < 0 || symbol > 285) return false;
+                if (symbol < 256) out.push_back(std::uint8_t(symbol));
+                if (symbol <= 256) {
+                    if (symbol == 256) break;
+                    continue;
+                }
+                const unsigned length = lengthBase[symbol - 257] + bits_(lengthExtra[symbol - 257]);
+                const int code = decode_(distance);
+                if (code < 0 || code > 29) return false;
+                const unsigned dist = distBase[code] + bits_(code < 4 ? 0 : code / 2 - 1);
+                if (dist > out.size()) return false;
+                for (unsigned i = 0; i < length; ++i) out.push_back(out[out.size() - dist]);
             }
             if (bit_ > 8 * in_.size()) return false;
         }
@@ -96,14 +132,18 @@ private:
             if (bit_ / 8 < in_.size()) v |= unsigned(in_[bit_ / 8] >> (bit_ % 8) & 1) << i;
         return v;
     }
-    unsigned fixedSymbol_() {
-        unsigned code = 0;
-        for (int i = 0; i < 7; ++i) code = code << 1 | bits_(1);
-        if (code <= 0x17) return 256 + code;
-        code = code << 1 | bits_(1);
-        if (code >= 0x30 && code <= 0xBF) return code - 0x30;
-        if (code >= 0xC0 && code <= 0xC7) return 280 + code - 0xC0;
-        return 144 + (code << 1 | bits_(1)) - 0x190;
+    // Codes of one length are consecutive numbers, following on from the
+    // shorter ones doubled: walk the lengths until the code falls in a range.
+    int decode_(const Huffman& h) {
+        int code = 0, first = 0, index = 0;
+        for (int l = 1; l < 16; ++l) {
+            code |= int(bits_(1));
+            if (code - first < h.count[l]) return h.symbols[index + code - first];
+            index += h.count[l];
+            first = (first + h.count[l]) << 1;
+            code <<= 1;
+        }
+        return -1;
     }
     const std::vector<std::uint8_t>& in_;
     std::size_t bit_ = 2 * 8;  // after the zlib header
@@ -206,25 +246,28 @@ TEST(VelmoPngWriter, ImagesReadBackPixelForPixel) {
 TEST(VelmoPngWriter, CompressedStreamsInflateToTheirData) {
     std::mt19937 random(7);
     std::vector<std::uint8_t> longMatches;  // runs and repeats at every distance up to the window's end
+    const auto repeat = [&](std::size_t distance, std::size_t n) {
+        for (std::size_t i = 0; i < n; ++i) longMatches.push_back(std::uint8_t(longMatches[longMatches.size() - distance]));
+    };
     for (int i = 0; i < 4000; ++i) longMatches.push_back(std::uint8_t(random()));
-    for (std::size_t d : {1u, 2u, 3u, 300u, 4000u}) longMatches.insert(longMatches.end(), longMatches.end() - d, longMatches.end() - d + 600);
+    for (std::size_t d : {1u, 2u, 3u, 300u, 4000u}) repeat(d, 600);
     while (longMatches.size() < 40000) longMatches.push_back(std::uint8_t(random() % 3));
-    longMatches.insert(longMatches.end(), longMatches.end() - 32768, longMatches.end() - 32768 + 259);
+    repeat(32768, 259);
     struct StreamCase {
         const char* name;
         std::vector<std::uint8_t> data;
-        bool fixedCodes;  // the first block uses the fixed codes (else: stored)
+        int blockType;  // of the first block: 0 stored, 1 fixed codes, 2 codes of its own
     };
     const StreamCase cases[] = {
-        {"Empty", {}, true},
-        {"OneByte", {42}, true},
-        {"Noise", std::vector<std::uint8_t>(longMatches.begin(), longMatches.begin() + 4000), false},
-        {"LongMatches", longMatches, true},
+        {"Empty", {}, 1},
+        {"OneByte", {42}, 1},
+        {"Noise", std::vector<std::uint8_t>(longMatches.begin(), longMatches.begin() + 4000), 0},
+        {"LongMatches", longMatches, 2},
     };
-    for (const auto& [name, data, fixedCodes] : cases) {
+    for (const auto& [name, data, blockType] : cases) {
         const std::vector<std::uint8_t> stream = velmo::png::zlibCompress(data);
         ASSERT_GE(stream.size(), 7u) << name;
-        EXPECT_EQ((stream[2] >> 1 & 3) == 1, fixedCodes) << name;
+        EXPECT_EQ(stream[2] >> 1 & 3, blockType) << name;
         std::vector<std::uint8_t> out;
         Inflater inflater(stream);
         ASSERT_TRUE(inflater.run(out)) << name;

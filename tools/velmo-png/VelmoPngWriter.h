@@ -3,11 +3,11 @@
 //
 // Images are written as 8-bit RGBA (RGB when no pixel is see-through), each
 // row with the None, Sub or Up filter that suits it, inside a zlib stream of
-// one deflate block: LZ77 matches over a 32 KiB window in the fixed Huffman
-// codes, which turn the flat areas of a screenshot into a few bits per row;
-// data that does not shrink goes out in "stored" blocks instead. The CRC-32
-// of each chunk and the Adler-32 of the zlib stream are computed here. Pure
-// functions, any thread.
+// one deflate block: LZ77 matches over a 32 KiB window in Huffman codes of
+// the block's own (or the fixed codes, for tiny data), which turn the flat
+// areas of a screenshot into a few bits per row; data that does not shrink
+// goes out in "stored" blocks instead. The CRC-32 of each chunk and the
+// Adler-32 of the zlib stream are computed here. Pure functions, any thread.
 #pragma once
 
 #include <cstdint>
@@ -23,8 +23,8 @@ std::uint32_t crc32(const std::uint8_t* data, std::size_t size, std::uint32_t cr
 std::uint32_t adler32(const std::uint8_t* data, std::size_t size, std::uint32_t adler = 1);
 /// A zlib stream (RFC 1950) of stored deflate blocks holding data as it is.
 std::vector<std::uint8_t> zlibStored(const std::vector<std::uint8_t>& data);
-/// A zlib stream (RFC 1950) of data compressed in one fixed-Huffman deflate
-/// block, or zlibStored(data) when that comes out smaller.
+/// A zlib stream (RFC 1950) of data compressed in one deflate block, with
+/// its own or the fixed Huffman codes, or zlibStored(data) when that comes out smaller.
 std::vector<std::uint8_t> zlibCompress(const std::vector<std::uint8_t>& data);
 
 /// The PNG file of a width x height image given as 0xAARRGGBB pixels, row by
