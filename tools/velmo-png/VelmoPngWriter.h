@@ -1,11 +1,13 @@
 // VelmoPngWriter: a minimal PNG encoder for the project's build tools (the
 // hicolor icons) and its screenshot tool, with no compression library.
 //
-// Images are written as 8-bit RGBA (RGB when no pixel is see-through), every row with filter 0, inside a zlib
-// stream of "stored" deflate blocks: the files are larger than a compressing
-// encoder's but byte-exact, and every reader takes them. The CRC-32 of each
-// chunk and the Adler-32 of the zlib stream are computed here. Pure functions,
-// any thread.
+// Images are written as 8-bit RGBA (RGB when no pixel is see-through), each
+// row with the None, Sub or Up filter that suits it, inside a zlib stream of
+// one deflate block: LZ77 matches over a 32 KiB window in Huffman codes of
+// the block's own (or the fixed codes, for tiny data), which turn the flat
+// areas of a screenshot into a few bits per row; data that does not shrink
+// goes out in "stored" blocks instead. The CRC-32 of each chunk and the
+// Adler-32 of the zlib stream are computed here. Pure functions, any thread.
 #pragma once
 
 #include <cstdint>
@@ -21,6 +23,9 @@ std::uint32_t crc32(const std::uint8_t* data, std::size_t size, std::uint32_t cr
 std::uint32_t adler32(const std::uint8_t* data, std::size_t size, std::uint32_t adler = 1);
 /// A zlib stream (RFC 1950) of stored deflate blocks holding data as it is.
 std::vector<std::uint8_t> zlibStored(const std::vector<std::uint8_t>& data);
+/// A zlib stream (RFC 1950) of data compressed in one deflate block, with
+/// its own or the fixed Huffman codes, or zlibStored(data) when that comes out smaller.
+std::vector<std::uint8_t> zlibCompress(const std::vector<std::uint8_t>& data);
 
 /// The PNG file of a width x height image given as 0xAARRGGBB pixels, row by
 /// row (straight, not premultiplied alpha). Empty for an empty or short image.
