@@ -30,6 +30,7 @@
 #include "console/VelmoVpnConsolePages.h"
 #include "console/VelmoVpnConsoleSession.h"
 #include "console/VelmoVpnConsoleStateLog.h"
+#include "console/VelmoVpnConsoleStyle.h"
 #include "console/VelmoVpnConsoleUi.h"
 #include "console/VpnHotspotListModel.h"
 #include "core/io/KyDebug.h"
@@ -142,6 +143,7 @@ int runVelmoVpnConsole(int argc, char** argv) {
     KySystemTrayIcon tray(&consoleWindow);
     tray.setIcon(icon);
     tray.setToolTip("VELMO VPN Console");
+    if (KyMenu* menu = tray.contextMenu()) menu->setPopupWindowStyleSheet(VelmoVpnConsoleStyle::windowCss());
 
     // 5. Every widget, once.
     VelmoVpnConsoleUi ui;

@@ -313,7 +313,7 @@ void KyMenu::ensurePopup() {
         KyWidget* host = hostWidget_();
         KyWidget* top = host ? host->topLevelWidget() : nullptr;
         if (!top) {
-            if (!nativeWindow_) nativeWindow_ = std::make_unique<MenuWindow_>(this);
+            if (!nativeWindow_) makeNativeWindow_();
             top = nativeWindow_.get();
         }
         overlay_ = new PopupOverlay(this, top);
@@ -327,6 +327,16 @@ void KyMenu::ensurePopup() {
         // would paint behind rounded ones.
         if (nativeWindow_ && !parentMenu()) list_->setStyleSheet("PopupList { border-radius: 0px; }");
     }
+}
+
+void KyMenu::makeNativeWindow_() {
+    nativeWindow_ = std::make_unique<MenuWindow_>(this);
+    if (!popupWindowSheet_.isEmpty()) nativeWindow_->setStyleSheet(popupWindowSheet_);
+}
+
+void KyMenu::setPopupWindowStyleSheet(const KyString& sheet) {
+    popupWindowSheet_ = sheet;
+    if (nativeWindow_) nativeWindow_->setStyleSheet(sheet);
 }
 
 void KyMenu::updateGeometryFromActions() {
@@ -425,7 +435,7 @@ void KyMenu::popup(int x, int y) {
 
 void KyMenu::popupOnScreen(int x, int y) {
     if (visible_) hide();
-    if (!nativeWindow_) nativeWindow_ = std::make_unique<MenuWindow_>(this);
+    if (!nativeWindow_) makeNativeWindow_();
     aboutToShow();
     ensurePopup();
     PopupOverlay* overlay = popupOverlay();

@@ -92,6 +92,9 @@ public:
     bool isVisible() const { return visible_; }
     /// Builds the overlay and the list if they are missing.
     void ensurePopup();
+    /// The style sheet of the window a menu without a host widget (a tray
+    /// icon's) opens in, so it can wear its application's look.
+    void setPopupWindowStyleSheet(const KyString& sheet);
 
     /// The current row (-1: none); only enabled, non-separator rows can be current.
     int currentRow() const { return current_; }
@@ -123,6 +126,7 @@ private:
     void openSubMenu_(int row, bool focus);
     void closeSubMenu_();
     void placeList_(int x, int y);
+    void makeNativeWindow_();
 
     KyString title_;
     KyVector<KyAction*> actions_;
@@ -132,6 +136,7 @@ private:
     PopupOverlay* overlay_ = nullptr;
     PopupList* list_ = nullptr;
     std::unique_ptr<KyMainWindow> nativeWindow_;
+    KyString popupWindowSheet_;
     KyWidget* previousFocus_ = nullptr;
     KyVector<KyRect> rowRects_;
     int current_ = -1;
