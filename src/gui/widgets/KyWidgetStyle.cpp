@@ -6,6 +6,9 @@
 // a window beats a control's default and, at equal specificity, the deepest
 // and latest rule wins. It is rebuilt by the first query after a change; the
 // snapshots are rebuilt only when dropped.
+#include <memory>
+#include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "gui/widgets/KyWidget.h"
@@ -79,19 +82,45 @@ const KyList<KyString>& KyWidget::styleSelectors_() const {
     return s.selectors;
 }
 
+namespace {
+// Cascades by the sheets that make them. A window's widgets mostly carry the
+// same chain (the window's sheet, a few class defaults), so one merged and
+// indexed sheet serves them all: a console of a few hundred widgets merges
+// a few dozen cascades instead of one each. Entries are immutable and keyed
+// by content, so they never go stale; the set of distinct chains is small.
+// GUI thread only, like every widget.
+std::unordered_map<std::string, std::shared_ptr<const StyleSheet>>& cascadeCache() {
+    static std::unordered_map<std::string, std::shared_ptr<const StyleSheet>> cache;
+    return cache;
+}
+} // namespace
+
 const StyleSheet& KyWidget::getToolSheet() const {
     StyleCache_& s = *style_;
-    if (!s.effectiveDirty) return s.effective;
+    if (!s.effectiveDirty && s.effective) return *s.effective;
     ky::gui::perf::ScopeTimer timer("style.mergeCascade");
-    s.effective.clear();
     std::vector<const KyWidget*> chain;
     for (const KyWidget* w = this; w; w = w->parentWidget()) chain.push_back(w);
+    // Defaults root first, then user sheets root first; a separator no sheet
+    // text holds keeps the pieces apart in the key.
+    std::string key;
     for (auto it = chain.rbegin(); it != chain.rend(); ++it)
-        if (!(*it)->style_->defaultSheet.isEmpty()) s.effective.mergeFrom((*it)->style_->defaultSheet);
+        if (!(*it)->style_->defaultSheet.isEmpty()) key.append((*it)->defaultSheetText_.view()).push_back('\x1d');
+    key.push_back('\x1e');
     for (auto it = chain.rbegin(); it != chain.rend(); ++it)
-        if (!(*it)->style_->userSheet.isEmpty()) s.effective.mergeFrom((*it)->style_->userSheet);
+        if (!(*it)->style_->userSheet.isEmpty()) key.append((*it)->getStyleSheet().view()).push_back('\x1d');
+    std::shared_ptr<const StyleSheet>& cached = cascadeCache()[key];
+    if (!cached) {
+        auto merged = std::make_shared<StyleSheet>();
+        for (auto it = chain.rbegin(); it != chain.rend(); ++it)
+            if (!(*it)->style_->defaultSheet.isEmpty()) merged->mergeFrom((*it)->style_->defaultSheet);
+        for (auto it = chain.rbegin(); it != chain.rend(); ++it)
+            if (!(*it)->style_->userSheet.isEmpty()) merged->mergeFrom((*it)->style_->userSheet);
+        cached = std::move(merged);
+    }
+    s.effective = cached;
     s.effectiveDirty = false;
-    return s.effective;
+    return *s.effective;
 }
 
 std::uint32_t KyWidget::styleStateFlags_() const {

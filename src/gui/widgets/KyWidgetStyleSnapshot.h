@@ -7,6 +7,8 @@
 // a sheet or the parent changes. GUI thread only.
 #pragma once
 
+#include <memory>
+
 #include <cstdint>
 #include <limits>
 
@@ -53,7 +55,9 @@ struct KyWidget::ResolvedStyleSnapshot_ {
 struct KyWidget::StyleCache_ {
     StyleSheet defaultSheet;
     StyleSheet userSheet;
-    StyleSheet effective;
+    /// The cascade of this widget's chain, shared with every widget whose
+    /// chain carries the same sheets (see getToolSheet).
+    std::shared_ptr<const StyleSheet> effective;
     bool effectiveDirty = true;
     KyList<KyString> selectors;
     KyString selectorsClass;
