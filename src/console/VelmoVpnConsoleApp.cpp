@@ -145,11 +145,26 @@ int runVelmoVpnConsole(int argc, char** argv) {
     tray.setToolTip("VELMO VPN Console");
     if (KyMenu* menu = tray.contextMenu()) menu->setPopupWindowStyleSheet(VelmoVpnConsoleStyle::windowCss());
 
-    // 5. Every widget, once.
+    // 5. Every widget, once. The loading window is the first one the user
+    // sees whatever happens next, so it is built first and, on a plain start
+    // with no report of the last run to show before it, it goes up at once,
+    // painted, while the console's pages are built behind it.
     VelmoVpnConsoleUi ui;
+    buildVelmoVpnConsoleLoadingWindowUi(loadingWindow, ui);
+    const KyList<VelmoVpnConsoleReportBox> lastRunReports =
+        startHidden ? KyList<VelmoVpnConsoleReportBox>() : VelmoVpnConsoleFailure::takeLastReportBoxes();
+    if (!startHidden && lastRunReports.isEmpty()) {
+        const VelmoVpnConsoleSession atStart = velmoVpnConsoleSessionAtStart();
+        if (ui.loadingOverlay) {
+            ui.loadingOverlay->setStatusText(velmoVpnConsoleLoadingStatusText(
+                atStart.backendConnected, atStart.authStatus, atStart.loadingFrame));
+            ui.loadingOverlay->setActive(true);
+        }
+        velmoVpnConsoleShowLoadingShell(consoleWindow, &loginWindow, &loadingWindow, nullptr);
+        app.paintPending();
+    }
     buildVelmoVpnConsoleUi(consoleWindow, ui);
     buildVelmoVpnConsoleLoginWindowUi(loginWindow, ui);
-    buildVelmoVpnConsoleLoadingWindowUi(loadingWindow, ui);
     consoleWindow.ensureChrome();
 
     // 6. The session state.
@@ -682,7 +697,7 @@ int runVelmoVpnConsole(int argc, char** argv) {
     if (session.startHidden) {
         appendLog("Console started in background mode");
     } else {
-        velmoVpnConsoleShowLastCrashReport(nullptr);
+        velmoVpnConsoleShowReportBoxes(lastRunReports, nullptr);
         shellsLive = true;
         showLoadingSurface();
     }

@@ -173,7 +173,11 @@ private:
 } // namespace
 
 void velmoVpnConsoleShowLastCrashReport(KyWidget* parent) {
-    for (const VelmoVpnConsoleReportBox& box : VelmoVpnConsoleFailure::takeLastReportBoxes()) {
+    velmoVpnConsoleShowReportBoxes(VelmoVpnConsoleFailure::takeLastReportBoxes(), parent);
+}
+
+void velmoVpnConsoleShowReportBoxes(const KyList<VelmoVpnConsoleReportBox>& boxes, KyWidget* parent) {
+    for (const VelmoVpnConsoleReportBox& box : boxes) {
         // The log keeps the report also when nobody is at the screen.
         kyLogWarning(kCategory) << box.title << "-" << box.text;
         for (const KyString& line : box.detailLines) kyLogWarning(kCategory) << "  " << line;

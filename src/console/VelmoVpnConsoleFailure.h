@@ -37,6 +37,11 @@ bool velmoVpnConsoleIsCrashWord(const char* argument);
 /// logged.
 void velmoVpnConsoleShowLastCrashReport(KyWidget* parent);
 
+struct VelmoVpnConsoleReportBox;
+/// The showing half of velmoVpnConsoleShowLastCrashReport, for boxes taken
+/// earlier (VelmoVpnConsoleFailure::takeLastReportBoxes).
+void velmoVpnConsoleShowReportBoxes(const KyList<VelmoVpnConsoleReportBox>& boxes, KyWidget* parent);
+
 /// One message box to show: title, text and the detail lines.
 struct VelmoVpnConsoleReportBox {
     KyString title;

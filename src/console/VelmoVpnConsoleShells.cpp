@@ -127,12 +127,9 @@ void hideShell_(KyMainWindow* window) {
 }
 
 void showShell_(KyMainWindow* window) {
-    if (!window || window->isVisible()) return;
-    if (KyPlatformWindow* native = window->platformWindow()) native->show();
-    // The first frame after a map covers the whole window.
-    window->setForceRepaint();
-    window->KyWidget::show();
-    window->update();
+    // The main window's own show maps it in the sheet's page colour and
+    // makes the first frame after the map cover the whole window.
+    if (window && !window->isVisible()) window->show();
 }
 
 void showOnly_(KyMainWindow* target, std::initializer_list<KyMainWindow*> shells, KyCompleter* completer) {

@@ -40,6 +40,17 @@ void KyGuiApplication::pumpPlatform_() {
     platform_->processPlatformEvents();
 }
 
+void KyGuiApplication::paintPending() {
+    if (!platform_) return;
+    // The map's Expose, then the frame the flush asks for: each needs the
+    // server to have caught up first.
+    platform_->sync();
+    pumpPlatform_();
+    KyWidgetPlatformAdapter::flushDamage();
+    platform_->sync();
+    pumpPlatform_();
+}
+
 int KyGuiApplication::exec(int maxDurationMicroseconds) {
     bindProfilerSessions_(true);
     const Clock::time_point start = Clock::now();

@@ -32,6 +32,11 @@ public:
     /// The calling thread's GUI application, or null.
     static KyGuiApplication* instance();
 
+    /// Paints what the windows are waiting for now, without running posted
+    /// work or timers: for a start that maps its first window while it still
+    /// has widgets to build, so that window shows its content at once.
+    void paintPending();
+
 private:
     void construct_();
     void pumpPlatform_();

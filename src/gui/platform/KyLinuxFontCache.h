@@ -1,9 +1,12 @@
 // KyLinuxFontCache: turns a KyFont into a core X font, once per connection
 // and key.
 //
-// The resolution chain asks the server for the family at the wanted pixel
-// size, weight and slant, preferring the ISO 10646 encoding of a face (so
-// that every code point of the Basic Multilingual Plane can be drawn), then
+// Each font has two faces. ASCII text, most of what a desktop console shows,
+// takes the family's Latin-1 face: cheap to load. Any other text takes the
+// ISO 10646 face, loaded the first time such a text comes, through the
+// resolution chain. The chain asks the server for the family at the wanted
+// pixel size, weight and slant, preferring the ISO 10646 encoding of a face
+// (so that every code point of the Basic Multilingual Plane can be drawn), then
 // the face in whatever encoding the server lists first, then the family as a
 // whole font name, then DejaVu Sans, a generic sans and "fixed". Loading is a
 // server round trip that costs milliseconds for a Unicode face, so every font
@@ -17,6 +20,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "gui/platform/KyFont.h"
 
@@ -43,7 +47,9 @@ public:
 
     /// The font for font on display, loading it on first use; null without a display.
     static XFontStruct* acquire(Display* display, const KyFont& font);
-    static Resolved resolve(Display* display, const KyFont& font);
+    /// The face to measure and draw text with: the font's Latin-1 face for
+    /// plain ASCII, its ISO 10646 face (loaded on first need) for anything else.
+    static Resolved resolve(Display* display, const KyFont& font, std::string_view text = {});
     /// The cache key: family normalised (lower case, blanks and underscores
     /// as '-', "segoe-ui" as "dejavu-sans"), pixel size from the point size at
     /// 96 dpi when unset (12 when neither is set), bold from weight 600.
@@ -57,5 +63,7 @@ public:
 
 private:
     struct Record;
-    static Resolved load_(Display* display, const Key& key);
+    /// wide: the ISO 10646 chain below; otherwise the family's Latin-1 face
+    /// first, and the same chain where the server has none.
+    static Resolved load_(Display* display, const Key& key, bool wide);
 };

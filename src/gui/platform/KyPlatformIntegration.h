@@ -32,6 +32,9 @@ public:
     virtual std::unique_ptr<KyPlatformImage> createImage(KyPlatformSize size, KyPixelFormat format) = 0;
     /// Drains the native event queue into window callbacks.
     virtual void processPlatformEvents() = 0;
+    /// Returns once the server has handled every request sent so far, so that
+    /// its answers (the Expose of a window just mapped) are waiting to be read.
+    virtual void sync() {}
     virtual void wakeUpGuiThread() = 0;
     /// One line per screen: "Screen <i> (<w>x<h>)".
     virtual KyList<KyString> availableScreens() = 0;

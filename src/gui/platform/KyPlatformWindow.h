@@ -5,6 +5,8 @@
 // back through the KyWindowCallbacks given at creation.
 #pragma once
 
+#include <cstdint>
+
 #include "core/types/KyString.h"
 #include "gui/platform/KyPlatformTypes.h"
 
@@ -24,6 +26,9 @@ public:
     virtual void setWindowClass(const KyString& instanceName, const KyString& className) { (void)instanceName, (void)className; }
     /// The icon task bars and window lists show (_NET_WM_ICON).
     virtual void setIcon(const KyPlatformIcon& icon) { (void)icon; }
+    /// The colour the server fills the window with before our first frame
+    /// reaches it (on map and on resize), so a dark window never flashes light.
+    virtual void setBackground(std::uint32_t rgb) { (void)rgb; }
     /// A popup (a menu or tool tip) is placed by us, never decorated or moved by the window manager.
     virtual void setPopup(bool popup) { (void)popup; }
     /// While a popup is open every press reaches it, also one outside it; false when the server refused.

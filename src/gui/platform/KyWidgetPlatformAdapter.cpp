@@ -169,7 +169,7 @@ int KyWidgetPlatformAdapter::textWidthUntil(const KyWidgetPlatformHandle& handle
                                             const KyFont& font, std::size_t length, int fallbackWidth) {
     if (text.isEmpty()) return 0;
     const KyLinuxFontCache::Resolved resolved =
-        handle.display ? KyLinuxFontCache::resolve(displayOf(handle), font) : KyLinuxFontCache::Resolved{};
+        handle.display ? KyLinuxFontCache::resolve(displayOf(handle), font, text.view()) : KyLinuxFontCache::Resolved{};
     if (!resolved.font) {
         const double share = static_cast<double>(std::min(length, text.size())) / static_cast<double>(text.size());
         return static_cast<int>(share * fallbackWidth);
@@ -181,7 +181,7 @@ std::size_t KyWidgetPlatformAdapter::characterIndexAtPosition(const KyWidgetPlat
                                                               const KyString& text, const KyFont& font, int x,
                                                               int fallbackWidth) {
     const KyLinuxFontCache::Resolved resolved =
-        handle.display ? KyLinuxFontCache::resolve(displayOf(handle), font) : KyLinuxFontCache::Resolved{};
+        handle.display ? KyLinuxFontCache::resolve(displayOf(handle), font, text.view()) : KyLinuxFontCache::Resolved{};
     if (!resolved.font) {
         const long long length = static_cast<long long>(text.size());
         const long long perChar = std::max<long long>(1, std::max(1, fallbackWidth) / std::max<long long>(1, length));
@@ -205,7 +205,7 @@ bool KyWidgetPlatformAdapter::fontCoversText(const KyWidgetPlatformHandle& handl
         if (char** names = XListFonts(display, pattern.c_str(), 1, &count)) XFreeFontNames(names);
     }
     if (count == 0) return false;
-    const KyLinuxFontCache::Resolved resolved = KyLinuxFontCache::resolve(display, font);
+    const KyLinuxFontCache::Resolved resolved = KyLinuxFontCache::resolve(display, font, text.view());
     return resolved.font && KyX11TextRun(resolved, text.view()).coversAll();
 }
 

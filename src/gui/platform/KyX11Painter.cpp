@@ -374,7 +374,7 @@ void KyX11Painter::drawText(const KyRect& rect, const KyString& text, KyFlagSet<
                             const KyColor& color, const KyFont& font) {
     if (text.isEmpty() || !ensureDrawable()) return;
     XSetForeground(display_, gc_, pixelOf(color));
-    const KyLinuxFontCache::Resolved resolved = KyLinuxFontCache::resolve(display_, font);
+    const KyLinuxFontCache::Resolved resolved = KyLinuxFontCache::resolve(display_, font, text.view());
     const KyX11TextRun run(resolved, text.view());
     int ascent = rect.height, descent = 0, textWidth = static_cast<int>(text.size()) * 8;
     if (resolved.font) {

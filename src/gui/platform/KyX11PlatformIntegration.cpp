@@ -251,6 +251,10 @@ bool KyX11PlatformIntegration::findWindowCallbacks_(Window window, KyWindowCallb
 // ---------------------------------------------------------------------------
 // The pump
 
+void KyX11PlatformIntegration::sync() {
+    if (display_) XSync(display_, False);
+}
+
 void KyX11PlatformIntegration::processPlatformEvents() {
     if (!display_) return;
     while (display_ && XPending(display_) > 0) {

@@ -47,6 +47,7 @@ public:
     std::unique_ptr<KyPlatformPainter> createPainter() override;
     std::unique_ptr<KyPlatformImage> createImage(KyPlatformSize size, KyPixelFormat format) override;
     void processPlatformEvents() override;
+    void sync() override;
     void wakeUpGuiThread() override;
     KyList<KyString> availableScreens() override;
     /// The selection's text from its owner (this process's own text without a

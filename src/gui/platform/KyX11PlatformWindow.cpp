@@ -86,6 +86,14 @@ void KyX11PlatformWindow::setIcon(const KyPlatformIcon& icon) {
                     reinterpret_cast<const unsigned char*>(data.data()), static_cast<int>(data.size()));
 }
 
+void KyX11PlatformWindow::setBackground(std::uint32_t rgb) {
+    if (!display_ || !window_) return;
+    // TrueColor visuals take the pixel as 0xRRGGBB; others keep the default fill.
+    const Visual* visual = DefaultVisual(display_, DefaultScreen(display_));
+    if (!visual || visual->c_class != TrueColor) return;
+    XSetWindowBackground(display_, window_, rgb & 0xFFFFFFu);
+}
+
 void KyX11PlatformWindow::setPopup(bool popup) {
     if (!display_ || !window_) return;
     XSetWindowAttributes attributes{};

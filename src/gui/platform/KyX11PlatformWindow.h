@@ -30,6 +30,7 @@ public:
     void setWindowClass(const KyString& instanceName, const KyString& className) override;
     void setIcon(const KyPlatformIcon& icon) override;
     void setPopup(bool popup) override;
+    void setBackground(std::uint32_t rgb) override;
     bool grabPointer() override;
     void ungrabPointer() override;
     KyNativeWindowId nativeHandle() const override { return window_; }

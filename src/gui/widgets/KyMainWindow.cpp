@@ -10,6 +10,7 @@
 #include "gui/platform/KyPlatformWindow.h"
 #include "gui/widgets/KyLabel.h"
 #include "gui/widgets/KyMenuBar.h"
+#include "gui/widgets/KyWidgetStyleSnapshot.h"
 #include "gui/widgets/KyMessageBox.h"
 #include "gui/widgets/KyShortcut.h"
 #include "gui/widgets/KyStatusBar.h"
@@ -55,7 +56,12 @@ void KyMainWindow::setPopup(bool popup) {
 }
 
 void KyMainWindow::show() {
-    if (KyPlatformWindow* w = platformWindow()) w->show();
+    if (KyPlatformWindow* w = platformWindow()) {
+        // The server shows the sheet's page colour until our first frame lands.
+        const ResolvedStyleSnapshot_& s = styleSnapshot_();
+        if (s.hasBackground && s.paintBackground) w->setBackground(s.background.rgb());
+        w->show();
+    }
     top_->setForceRepaint();
     KyWidget::show();
     update();
