@@ -145,22 +145,29 @@ int runVelmoVpnConsole(int argc, char** argv) {
     tray.setToolTip("VELMO VPN Console");
     if (KyMenu* menu = tray.contextMenu()) menu->setPopupWindowStyleSheet(VelmoVpnConsoleStyle::windowCss());
 
-    // 5. Every widget, once. The loading window is the first one the user
-    // sees whatever happens next, so it is built first and, on a plain start
-    // with no report of the last run to show before it, it goes up at once,
-    // painted, while the console's pages are built behind it.
-    VelmoVpnConsoleUi ui;
-    buildVelmoVpnConsoleLoadingWindowUi(loadingWindow, ui);
+    // The loading window is the first one the user sees whatever happens
+    // next. On a plain start, with no report of the last run to show before
+    // it, it goes up now in the page colour, is painted as soon as its own
+    // widgets stand, and the console's pages are built behind it.
     const KyList<VelmoVpnConsoleReportBox> lastRunReports =
         startHidden ? KyList<VelmoVpnConsoleReportBox>() : VelmoVpnConsoleFailure::takeLastReportBoxes();
-    if (!startHidden && lastRunReports.isEmpty()) {
+    const bool loadingFirst = !startHidden && lastRunReports.isEmpty();
+    if (loadingFirst) {
+        loadingWindow.setStyleSheet(VelmoVpnConsoleStyle::windowCss());
+        velmoVpnConsoleShowLoadingShell(consoleWindow, &loginWindow, &loadingWindow, nullptr);
+        app.paintPending();
+    }
+
+    // 5. Every widget, once.
+    VelmoVpnConsoleUi ui;
+    buildVelmoVpnConsoleLoadingWindowUi(loadingWindow, ui);
+    if (loadingFirst) {
         const VelmoVpnConsoleSession atStart = velmoVpnConsoleSessionAtStart();
         if (ui.loadingOverlay) {
             ui.loadingOverlay->setStatusText(velmoVpnConsoleLoadingStatusText(
                 atStart.backendConnected, atStart.authStatus, atStart.loadingFrame));
             ui.loadingOverlay->setActive(true);
         }
-        velmoVpnConsoleShowLoadingShell(consoleWindow, &loginWindow, &loadingWindow, nullptr);
         app.paintPending();
     }
     buildVelmoVpnConsoleUi(consoleWindow, ui);

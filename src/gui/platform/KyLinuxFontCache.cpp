@@ -34,7 +34,11 @@ struct KyLinuxFontCache::Record {
     Resolved faceFor(std::string_view text, const Key& key) const {
         if (narrow.unicode || !narrow.font) return narrow;
         if (std::all_of(text.begin(), text.end(), [](char c) { return (c & 0x80) == 0; })) return narrow;
-        std::call_once(wideOnce, [&] { wide = KyLinuxFontCache::load_(display, key, true); });
+        std::call_once(wideOnce, [&] {
+            wide = KyLinuxFontCache::load_(display, key, true);
+            wide.ascent = narrow.ascent;
+            wide.descent = narrow.descent;
+        });
         return wide.font ? wide : narrow;
     }
 };
@@ -182,14 +186,21 @@ KyLinuxFontCache::Resolved KyLinuxFontCache::load_(Display* display, const Key& 
     // metrics of every glyph a face holds, and for the ISO 10646 face of a
     // scalable font that is 65536 of them, tens of milliseconds and most of a
     // megabyte for each size and weight.
+    // The same order as the chain below, so both faces are of one family.
     if (!wide) {
-        for (const std::string& family : {key.family, spaced, std::string("dejavu-sans"), std::string("dejavu sans")})
-            if (hasFamily(display, family)) {
-                add(buildPattern(family, key.pixelSize, key.bold, key.italic, kLatinRegistry));
-                if (key.italic) add(buildPattern(family, key.pixelSize, key.bold, key.italic, kLatinRegistry, "o"));
-            }
+        auto addLatin = [&](const std::string& family) {
+            if (!hasFamily(display, family)) return;
+            add(buildPattern(family, key.pixelSize, key.bold, key.italic, kLatinRegistry));
+            if (key.italic) add(buildPattern(family, key.pixelSize, key.bold, key.italic, kLatinRegistry, "o"));
+        };
+        addLatin(key.family);
+        addLatin(spaced);
+        add(key.family);
+        addLatin("dejavu-sans");
+        addLatin("dejavu sans");
         for (const std::string& name : chain)
-            if (XFontStruct* font = XLoadQueryFont(display, name.c_str())) return {font, false};
+            if (XFontStruct* font = XLoadQueryFont(display, name.c_str()))
+                return {font, isUnicodeFont(display, font), font->ascent, font->descent};
         chain.clear();
     }
     // Each face is tried in its ISO 10646 encoding first; for italics the
@@ -210,7 +221,8 @@ KyLinuxFontCache::Resolved KyLinuxFontCache::load_(Display* display, const Key& 
     add("-*-sans-*-r-*-*-12-*-*-*-*-*-*-*");
     add("fixed");
     for (const std::string& name : chain) {
-        if (XFontStruct* font = XLoadQueryFont(display, name.c_str())) return {font, isUnicodeFont(display, font)};
+        if (XFontStruct* font = XLoadQueryFont(display, name.c_str()))
+            return {font, isUnicodeFont(display, font), font->ascent, font->descent};
     }
     kyLogWarning(kCategory) << "No core font loads for" << key.family << "(not even \"fixed\"); text falls back to estimates";
     return {};

@@ -43,6 +43,11 @@ public:
     struct Resolved {
         XFontStruct* font = nullptr;
         bool unicode = false;
+        /// Where lines of this font sit. Both faces of a font carry those of
+        /// its ASCII face: the ISO 10646 face counts the tallest glyph of any
+        /// script, and text must not jump when one letter leaves ASCII.
+        int ascent = 0;
+        int descent = 0;
     };
 
     /// The font for font on display, loading it on first use; null without a display.

@@ -73,7 +73,7 @@ unsigned missingGlyph(const XFontStruct* font) {
 } // namespace
 
 KyX11TextRun::KyX11TextRun(const KyLinuxFontCache::Resolved& font, std::string_view utf8)
-    : font_(font.font), unicode_(font.font && font.unicode), text_(utf8) {
+    : font_(font.font), ascent_(font.ascent), descent_(font.descent), unicode_(font.font && font.unicode), text_(utf8) {
     if (!unicode_) {
         covered_ = font_ && std::all_of(text_.begin(), text_.end(), [](char c) { return (c & 0x80) == 0; });
         return;
@@ -104,8 +104,8 @@ int KyX11TextRun::extents_(std::size_t count, int* ascent, int* descent) const {
     else XTextExtents(font_, text_.data(), static_cast<int>(count), &dir, &a, &d, &overall);
     // The font's own ascent and descent, not this text's: lines of one font
     // share a baseline whatever letters they hold.
-    if (ascent) *ascent = font_->ascent;
-    if (descent) *descent = font_->descent;
+    if (ascent) *ascent = ascent_;
+    if (descent) *descent = descent_;
     return overall.width;
 }
 

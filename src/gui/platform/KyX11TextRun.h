@@ -44,6 +44,8 @@ private:
     int charWidth_(std::size_t index) const;
 
     XFontStruct* font_;
+    int ascent_ = 0;
+    int descent_ = 0;
     bool unicode_;
     bool covered_ = true;
     std::string_view text_;

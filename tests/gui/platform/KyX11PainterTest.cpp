@@ -211,7 +211,7 @@ TEST_F(X11Painting, FontsResolveThroughTheChain) {
         KyFont font;
         std::vector<std::string> parts;
     } rows[] = {
-        {"the widgets' default is DejaVu Sans at 12 px", KyFont(L"Segoe UI", 9), {"-dejavu sans-medium-r-", "-12-", "iso10646-1"}},
+        {"the widgets' default is DejaVu Sans at 12 px, Latin-1 for ASCII", KyFont(L"Segoe UI", 9), {"-dejavu sans-medium-r-", "-12-", "iso8859-1"}},
         {"segoe_ui is the same family", KyFont(L"segoe_ui", 9), {"-dejavu sans-"}},
         {"weight 599 is medium", KyFont(L"Segoe UI", 9, 599), {"-medium-"}},
         {"weight 600 is bold", KyFont(L"Segoe UI", 9, 600), {"-bold-"}},
@@ -229,6 +229,9 @@ TEST_F(X11Painting, FontsResolveThroughTheChain) {
         << "a pixel size wins over the point size";
     EXPECT_EQ(KyLinuxFontCache::acquire(display, KyFont(L"Segoe UI", 9)), KyLinuxFontCache::acquire(display, KyFont(L"segoe_ui", 9)))
         << "one key, loaded once";
+    EXPECT_NE(fontName(display, KyLinuxFontCache::resolve(display, KyFont(L"Segoe UI", 9), "Caf\u00e9").font).find("iso10646-1"),
+              std::string::npos)
+        << "text beyond ASCII takes the ISO 10646 face";
 }
 
 TEST_F(X11Painting, TextDrawsWhereItMeasures) {
@@ -238,6 +241,7 @@ TEST_F(X11Painting, TextDrawsWhereItMeasures) {
     } rows[] = {
         {"ASCII", "Velmo VPN 42"},
         {"Latin-1", "Caf\u00e9 Z\u00fcrich \u00f1"},
+        {"an ASCII half beside a Latin-1 half", "Velmo VPN Caf\u00e9 \u00fc\u00fc"},
         {"Cyrillic and Greek", "\u041f\u0440\u0438\u0432\u0435\u0442 \u03b1\u03b2\u03b3"},
         {"missing glyphs and beyond the plane", "\u65e5\u672c \U0001F600 x"},
     };
