@@ -33,15 +33,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// XTEST: sym typed with modifier held, as a keyboard would.
-void tap(Display* d, KeySym sym, KeySym modifier = 0) {
-    if (modifier) XTestFakeKeyEvent(d, XKeysymToKeycode(d, modifier), True, CurrentTime);
-    XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), True, CurrentTime);
-    XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), False, CurrentTime);
-    if (modifier) XTestFakeKeyEvent(d, XKeysymToKeycode(d, modifier), False, CurrentTime);
-    XSync(d, False);
-}
-
 template <typename T> T* findWidget(KyObject* in, const char* name = nullptr) {
     for (KyObject* child : in->children()) {
         if (auto* t = dynamic_cast<T*>(child); t && (!name || t->getObjectName() == KyString(name))) return t;
@@ -83,7 +74,6 @@ struct MonitorPage : kytest::GuiFixture {
         window.reset();
         GuiFixture::TearDown();
     }
-    void key(KeySym sym, KeySym modifier = 0) { tap(user->display(), sym, modifier); }
     void append(int from, int to, const char* what = "peer ready") {
         for (int i = from; i < to; ++i)
             velmoVpnConsoleAppendLog(log, KyString::format("12:%02d:%02d line %d %s", i / 60 % 60, i % 60, i, what));
@@ -118,7 +108,7 @@ TEST_F(MonitorPage, AReaderWhoPagedUpKeepsTheSameLinesOnScreenWhileTheLogIsTrimm
     EXPECT_GE(log->firstVisibleBlock() + log->visibleLineCount(), 5099) << "the view follows the end";
 
     clickLine(log->firstVisibleBlock() + 2);
-    for (int i = 0; i < 4; ++i) key(XK_Page_Up);
+    for (int i = 0; i < 4; ++i) user->tapKey(XK_Page_Up);
     ASSERT_TRUE(runUntil([&] { return log->firstVisibleBlock() < 5100 - 60 - log->visibleLineCount(); }));
     settle();
     const KyString top = log->document()->blockText(log->firstVisibleBlock());
@@ -158,9 +148,9 @@ TEST_F(MonitorPage, TheErrorColourMarksDisconnectedButNotTheLowerCaseWord) {
 TEST_F(MonitorPage, CtrlCCopiesTheSelectionOfTheReadOnlyLog) {
     append(0, 3);
     clickLine(1);
-    key(XK_Home);
-    key(XK_End, XK_Shift_L);
-    key(XK_c, XK_Control_L);
+    user->tapKey(XK_Home);
+    user->tapKey(XK_End, XK_Shift_L);
+    user->tapKey(XK_c, XK_Control_L);
     EXPECT_TRUE(runUntil([&] { return platform()->clipboardText() == log->document()->blockText(1); }))
         << platform()->clipboardText().toStdString();
 }
@@ -211,11 +201,11 @@ TEST_F(SaveLog, WritesTheWholeLogPrivatelyOrShowsWhyAndLeavesNothing) {
             auto* field = findWidget<KyLineEdit>(&window, "savePath");
             if (stage == 0 && field && field->hasFocus()) {
                 field->setText(KyString(target));
-                tap(user->display(), row.key);
+                user->tapKey(row.key);
                 stage = 1;
             } else if (auto* box = findWidget<KyMessageBox>(&window); stage == 1 && box && box->isVisible()) {
                 shownReason = box->informativeText();
-                tap(user->display(), XK_Return);
+                user->tapKey(XK_Return);
                 stage = 2;
             }
         }, 10000, false, KyFiberLaneDefault);

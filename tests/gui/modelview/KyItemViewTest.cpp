@@ -85,15 +85,6 @@ struct ItemViewTest : kytest::GuiFixture {
         user->fakeButton(1, true);
         user->fakeButton(1, false);
     }
-    // XTEST key with the pointer over the view (focus follows the pointer on a bare server).
-    void key(KeySym sym, KeySym modifier = 0) {
-        Display* d = user->display();
-        if (modifier) XTestFakeKeyEvent(d, XKeysymToKeycode(d, modifier), True, CurrentTime);
-        XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), True, CurrentTime);
-        XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), False, CurrentTime);
-        if (modifier) XTestFakeKeyEvent(d, XKeysymToKeycode(d, modifier), False, CurrentTime);
-        XSync(d, False);
-    }
     KyWidget* root = nullptr;
     std::unique_ptr<kytest::WidgetWindow> window;
     CountingDelegate delegate;
@@ -148,7 +139,7 @@ TEST_F(ItemViewTest, ClicksAndKeysMoveTheSelectionAndTheAccentFollows) {
                         {"Page Down", XK_Page_Down, 8}};
     for (const Row& row : keys) {
         pointer(200, 150);
-        key(row.sym);
+        user->tapKey(row.sym);
         EXPECT_TRUE(runUntil([&] { return view->currentIndex().row() == row.row; })) << row.name;
         EXPECT_EQ(selection->selectedRowCount(), 1) << row.name;
         EXPECT_TRUE(selection->isRowSelected(row.row)) << row.name;
@@ -198,16 +189,16 @@ TEST_F(ItemViewTest, AnEditorOpensByF2OrDoubleClickCommitsOnReturnOrFocusLossAnd
         // Each press somewhere new, so no two rows' presses make a double click.
         click(selectX += 40, 2 * 30 + 15);
         ASSERT_TRUE(runUntil([&] { return view->hasFocus() && view->currentIndex() == cell; })) << row.name;
-        if (row.open == F2) key(XK_F2);
+        if (row.open == F2) user->tapKey(XK_F2);
         else click(350, 2 * 30 + 15), click(350, 2 * 30 + 15);
         ASSERT_TRUE(runUntil([&] { return view->openEditor() && view->openEditor()->hasFocus(); })) << row.name;
         // The editor opens with the cell's text selected, so typing replaces it.
-        key(XK_o);
-        key(XK_k);
+        user->tapKey(XK_o);
+        user->tapKey(XK_k);
         ASSERT_TRUE(runUntil([&] { return view->openEditor()->property("Text").toString() == KyString("ok"); }))
             << row.name;
         if (row.end == ClickElsewhere) click(100, 310);
-        else key(row.end == Return ? XK_Return : XK_Escape);
+        else user->tapKey(row.end == Return ? XK_Return : XK_Escape);
         ASSERT_TRUE(runUntil([&] { return !view->openEditor(); })) << row.name;
         EXPECT_EQ(cell.data().toString(), KyString(row.expected)) << row.name;
         EXPECT_TRUE(runUntil([&] { return (row.end == ClickElsewhere ? elsewhere : static_cast<KyWidget*>(view))->hasFocus(); }))
