@@ -16,8 +16,7 @@
 #include <set>
 #include <string>
 
-#include "../support/KyTestWidgetWindow.h"
-#include "../support/KyTestX11.h"
+#include "../support/KyTestWidgetFixture.h"
 #include "console/VelmoVpnConsolePages.h"
 #include "console/VelmoVpnConsoleStyle.h"
 #include "console/VelmoVpnConsoleUi.h"
@@ -57,22 +56,15 @@ KyWidget* buildPage(KyWidget& host, VelmoVpnConsoleUi& ui) {
     return page;
 }
 
-struct MonitorPage : kytest::GuiFixture {
+struct MonitorPage : kytest::WidgetFixture {
     void SetUp() override {
-        GuiFixture::SetUp();
+        WidgetFixture::SetUp();
         root = new KyWidget;
         root->setObjectName("consoleRoot");
         root->setStyleSheet(VelmoVpnConsoleStyle::windowCss());
         page = buildPage(*root, ui);
         log = ui.logEditor;
-        window = std::make_unique<kytest::WidgetWindow>(app.get(), root, 1260, 700);
-        window->show();
-        ASSERT_TRUE(runUntil([&] { return window->paints > 0; }));
-    }
-    void TearDown() override {
-        delete root;
-        window.reset();
-        GuiFixture::TearDown();
+        showRoot(1260, 700);
     }
     void append(int from, int to, const char* what = "peer ready") {
         for (int i = from; i < to; ++i)
@@ -87,19 +79,14 @@ struct MonitorPage : kytest::GuiFixture {
     }
     void clickLine(int block) {
         const KyRect r = lineRect(block);
-        const KyPoint o = KyWidgetPlatformAdapter::clientOriginOnScreen(root->nativeHandle());
-        user->fakeMotion(o.x + r.x + 2, o.y + r.y + r.height / 2);
-        user->fakeButton(1, true);
-        user->fakeButton(1, false);
+        click(r.x + 2, r.y + r.height / 2);
         ASSERT_TRUE(runUntil([&] { return log->hasFocus(); }));
     }
     void settle() { kytest::settleWindow(*this, *window, page, 6, 6); }
 
     VelmoVpnConsoleUi ui;
-    KyWidget* root = nullptr;
     KyWidget* page = nullptr;
     KyCodeEditor* log = nullptr;
-    std::unique_ptr<kytest::WidgetWindow> window;
 };
 
 TEST_F(MonitorPage, AReaderWhoPagedUpKeepsTheSameLinesOnScreenWhileTheLogIsTrimmed) {

@@ -8,8 +8,7 @@
 #include <set>
 #include <string>
 
-#include "../../support/KyTestWidgetWindow.h"
-#include "../../support/KyTestX11.h"
+#include "../../support/KyTestWidgetFixture.h"
 #include "gui/modelview/KyListView.h"
 #include "gui/modelview/KySortFilterProxyModel.h"
 #include "gui/modelview/KyStandardItemModel.h"
@@ -51,7 +50,7 @@ public:
     mutable std::set<int> rows;
 };
 
-struct ItemViewTest : kytest::GuiFixture {
+struct ItemViewTest : kytest::WidgetFixture {
     // The view fills all but a strip at the bottom, where settle() parks the pointer.
     template <typename View> View* host(KyAbstractItemModel* m) {
         root = new KyWidget;
@@ -59,16 +58,9 @@ struct ItemViewTest : kytest::GuiFixture {
         view->setGeometry(0, 0, 400, 300);
         view->setModel(m);
         view->setItemDelegate(&delegate);
-        window = std::make_unique<kytest::WidgetWindow>(app.get(), root, 400, 320);
-        window->show();
-        EXPECT_TRUE(runUntil([&] { return window->paints > 0; }));
+        showRoot(400, 320);
         settle();
         return view;
-    }
-    void TearDown() override {
-        delete root;
-        window.reset();
-        GuiFixture::TearDown();
     }
     // Paints until no damage is left: a motion in the strip comes back after
     // every Expose sent before it.
@@ -76,17 +68,6 @@ struct ItemViewTest : kytest::GuiFixture {
     bool runUntil(const std::function<bool()>& pred, std::chrono::milliseconds d = kytest::kDeadline) {
         return kytest::runGuiUntil(app.get(), pred, d);
     }
-    void pointer(int x, int y) {
-        const KyPoint o = KyWidgetPlatformAdapter::clientOriginOnScreen(root->nativeHandle());
-        user->fakeMotion(o.x + x, o.y + y);
-    }
-    void click(int x, int y) {
-        pointer(x, y);
-        user->fakeButton(1, true);
-        user->fakeButton(1, false);
-    }
-    KyWidget* root = nullptr;
-    std::unique_ptr<kytest::WidgetWindow> window;
     CountingDelegate delegate;
 };
 

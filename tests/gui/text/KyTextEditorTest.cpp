@@ -8,37 +8,23 @@
 
 #include <string>
 
-#include "../../support/KyTestWidgetWindow.h"
-#include "../../support/KyTestX11.h"
+#include "../../support/KyTestWidgetFixture.h"
 #include "gui/text/KyCodeEditor.h"
 
 namespace {
 
-struct TextEditorTest : kytest::GuiFixture {
+struct TextEditorTest : kytest::WidgetFixture {
     void SetUp() override {
-        GuiFixture::SetUp();
+        WidgetFixture::SetUp();
         root = new KyWidget;
         edit = new KyCodeEditor(root);
         edit->setGeometry(0, 0, 400, 300);
-        window = std::make_unique<kytest::WidgetWindow>(app.get(), root, 400, 320);
-        window->show();
-        ASSERT_TRUE(runUntil([&] { return window->paints > 0; }));
-    }
-    void TearDown() override {
-        delete root;
-        window.reset();
-        GuiFixture::TearDown();
-    }
-    void pointer(int x, int y) {
-        const KyPoint o = KyWidgetPlatformAdapter::clientOriginOnScreen(root->nativeHandle());
-        user->fakeMotion(o.x + x, o.y + y);
+        showRoot(400, 320);
     }
     void appendLines(int from, int to) {
         for (int i = from; i < to; ++i) edit->appendPlainText(KyString("12:00:0" + std::to_string(i % 10) + " line " + std::to_string(i)));
     }
-    KyWidget* root = nullptr;
     KyCodeEditor* edit = nullptr;
-    std::unique_ptr<kytest::WidgetWindow> window;
 };
 
 TEST_F(TextEditorTest, ALogViewFollowsTheEndUntilTheReaderScrollsUpAndAgainWhenBackAtTheEnd) {
