@@ -15,6 +15,7 @@
 #include "console/VelmoVpnAgentProxy.h"
 #include "console/VelmoVpnConsoleFilter.h"
 #include "console/VelmoVpnConsolePages.h"
+#include "console/VelmoVpnConsoleStyle.h"
 #include "console/VelmoVpnConsoleUi.h"
 #include "console/VpnRangeRulesEditor.h"
 #include "gui/widgets/KyBoxLayout.h"
@@ -84,14 +85,8 @@ KyWidget* heading(KyWidget* parent, const char* overline, const char* title, con
     return box;
 }
 
-KyFrame* card(KyWidget* parent) {
-    auto* frame = new KyFrame(parent);
-    frame->setObjectName("card");
-    return frame;
-}
-
 KyFrame* buildFormCard(KyWidget& page, VelmoVpnConsoleUi& ui) {
-    KyFrame* frame = card(&page);
+    KyFrame* frame = VelmoVpnConsoleStyle::makeCard(&page);
 
     auto* top = new KyWidget(frame);
     auto* topLayout = new KyHorizontalLayout;
@@ -150,7 +145,7 @@ KyFrame* buildFormCard(KyWidget& page, VelmoVpnConsoleUi& ui) {
 }
 
 KyFrame* buildRulesCard(KyWidget& page, VelmoVpnConsoleUi& ui) {
-    KyFrame* frame = card(&page);
+    KyFrame* frame = VelmoVpnConsoleStyle::makeCard(&page);
     ui.rangeRulesEditor = new VpnRangeRulesEditor(frame);
     auto* layout = new KyVerticalLayout;
     layout->setContentsMargins(20, 16, 20, 14);

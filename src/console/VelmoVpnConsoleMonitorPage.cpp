@@ -57,8 +57,7 @@ void buildVelmoVpnConsoleMonitorPage(KyWidget& page, VelmoVpnConsoleUi& ui) {
     page.setObjectName("page");
     auto* pageLayout = new KyVerticalLayout;
     pageLayout->setContentsMargins(20, 20, 20, 20);
-    auto* card = new KyFrame(&page);
-    card->setObjectName("card");
+    KyFrame* card = VelmoVpnConsoleStyle::makeCard(&page);
     pageLayout->addWidget(card, 1);
     page.setLayout(pageLayout);
 

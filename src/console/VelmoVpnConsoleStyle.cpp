@@ -1,5 +1,7 @@
 #include "console/VelmoVpnConsoleStyle.h"
 
+#include "gui/widgets/KyFrame.h"
+
 namespace VelmoVpnConsoleStyle {
 
 KyString labelCss(int r, int g, int b, int size) {
@@ -122,6 +124,12 @@ KyString windowCss() {
         "KyLoadingOverlay { background-color: rgba(8, 16, 22, 0.96); color: rgb(216, 225, 228);"
         " status-color: rgb(150, 166, 172); track-color: rgb(42, 38, 32); arc-color: rgb(220, 154, 84);"
         " arc-tail-color: rgb(59, 49, 37); spinner-size: 44px; spinner-width: 4px; }";
+}
+
+KyFrame* makeCard(KyWidget* parent) {
+    auto* card = new KyFrame(parent);
+    card->setObjectName("card");
+    return card;
 }
 
 } // namespace VelmoVpnConsoleStyle

@@ -6,6 +6,9 @@
 #include "core/types/KyColor.h"
 #include "core/types/KyString.h"
 
+class KyFrame;
+class KyWidget;
+
 namespace VelmoVpnConsoleStyle {
 
 // The palette.
@@ -55,5 +58,8 @@ KyString labelCss(int r, int g, int b, int size);
 ///   KyWidget#primaryFill with a transparent KyPushButton#primaryButton on it
 /// so a page never repeats a colour.
 KyString windowCss();
+
+/// A frame the window sheet draws as a card (KyFrame#card), child of parent.
+KyFrame* makeCard(KyWidget* parent);
 
 } // namespace VelmoVpnConsoleStyle

@@ -9,6 +9,7 @@
 #include "console/VelmoVpnConsolePages.h"
 #include "console/VelmoVpnConsoleSession.h"
 #include "console/VelmoVpnConsoleStatus.h"
+#include "console/VelmoVpnConsoleStyle.h"
 #include "console/VelmoVpnConsoleUi.h"
 #include "console/VpnEndpointItemDelegate.h"
 #include "console/VpnEndpointListModel.h"
@@ -36,8 +37,7 @@ KyLabel* addLabel(KyVerticalLayout* layout, KyWidget* card, const KyString& text
 // A card with its overline and title; the caller adds the rest.
 KyFrame* makeCard(KyWidget& page, KyVerticalLayout*& layout, const char* overline, const char* title,
                   KyLabel** titleLabel) {
-    auto* card = new KyFrame(&page);
-    card->setObjectName("card");
+    KyFrame* card = VelmoVpnConsoleStyle::makeCard(&page);
     layout = new KyVerticalLayout;
     layout->setContentsMargins(kCardPadding, kCardPadding - 2, kCardPadding, kCardPadding);
     layout->setSpacing(0);
@@ -47,6 +47,21 @@ KyFrame* makeCard(KyWidget& page, KyVerticalLayout*& layout, const char* overlin
     if (titleLabel) *titleLabel = heading;
     layout->addSpacing(4);
     return card;
+}
+
+// The card's list: a view with its own model and delegate (children of the
+// view, so they live as long as it), taking the card's remaining height.
+template <typename View, typename Model, typename Delegate>
+View* addList(KyVerticalLayout* layout, KyWidget* card, Model*& model, Delegate*& delegate, const char* emptyTitle,
+              const char* emptyHint) {
+    auto* view = new View(card);
+    model = new Model(view);
+    delegate = new Delegate(view);
+    view->setModel(model);
+    view->setItemDelegate(delegate);
+    view->setEmptyText(emptyTitle, emptyHint);
+    layout->addWidget(view, 1);
+    return view;
 }
 
 } // namespace
@@ -62,13 +77,8 @@ void buildVelmoVpnConsoleVpnsPage(KyWidget& page, VelmoVpnConsoleUi& ui) {
     // room here keeps both lists starting on one line.
     left->addSpacing(kLineHeight + 4);
     left->addSpacing(10);
-    ui.hotspotView = new VpnHotspotListView(catalogCard);
-    ui.hotspotModel = new VpnHotspotListModel(ui.hotspotView);
-    ui.hotspotDelegate = new VpnHotspotItemDelegate(ui.hotspotView);
-    ui.hotspotView->setModel(ui.hotspotModel);
-    ui.hotspotView->setItemDelegate(ui.hotspotDelegate);
-    ui.hotspotView->setEmptyText("No VPNs to show", "The catalog appears here when the agent sends it");
-    left->addWidget(ui.hotspotView, 1);
+    ui.hotspotView = addList<VpnHotspotListView>(left, catalogCard, ui.hotspotModel, ui.hotspotDelegate,
+                                                 "No VPNs to show", "The catalog appears here when the agent sends it");
     catalogCard->setLayout(left);
 
     // Right: the selected VPN's users and devices.
@@ -78,13 +88,9 @@ void buildVelmoVpnConsoleVpnsPage(KyWidget& page, VelmoVpnConsoleUi& ui) {
     right->addSpacing(4);
     ui.endpointStatusLabel = addLabel(right, endpointCard, "Select a VPN to inspect its users", "hint", kLineHeight);
     right->addSpacing(10);
-    ui.endpointView = new VpnEndpointListView(endpointCard);
-    ui.endpointModel = new VpnEndpointListModel(ui.endpointView);
-    ui.endpointDelegate = new VpnEndpointItemDelegate(ui.endpointView);
-    ui.endpointView->setModel(ui.endpointModel);
-    ui.endpointView->setItemDelegate(ui.endpointDelegate);
-    ui.endpointView->setEmptyText("No VPN selected", "Choose a VPN on the left to see its users and devices");
-    right->addWidget(ui.endpointView, 1);
+    ui.endpointView = addList<VpnEndpointListView>(right, endpointCard, ui.endpointModel, ui.endpointDelegate,
+                                                   "No VPN selected",
+                                                   "Choose a VPN on the left to see its users and devices");
     endpointCard->setLayout(right);
 
     auto* layout = new KyHorizontalLayout;

@@ -82,14 +82,12 @@ struct FilteringPage : kytest::GuiFixture {
         ASSERT_TRUE(runUntil([&] { return pageMoves.moves > before; }));
     }
     void key(KeySym sym) {
-        const KeyCode code = XKeysymToKeycode(user->display(), sym);
-        XTestFakeKeyEvent(user->display(), code, True, CurrentTime);
-        XTestFakeKeyEvent(user->display(), code, False, CurrentTime);
-        XSync(user->display(), False);
+        user->tapKey(sym);
         sync();
     }
     void type(const std::string& text) {
-        for (char c : text) key(c == '/' ? XK_slash : c == '.' ? XK_period : static_cast<KeySym>(c));
+        user->typeText(text);
+        sync();
     }
     void click(const KyWidget* w) {
         const KyPoint origin = KyWidgetPlatformAdapter::clientOriginOnScreen(root->nativeHandle());

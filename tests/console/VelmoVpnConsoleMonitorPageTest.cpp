@@ -16,8 +16,7 @@
 #include <set>
 #include <string>
 
-#include "../support/KyTestWidgetWindow.h"
-#include "../support/KyTestX11.h"
+#include "../support/KyTestWidgetFixture.h"
 #include "console/VelmoVpnConsolePages.h"
 #include "console/VelmoVpnConsoleStyle.h"
 #include "console/VelmoVpnConsoleUi.h"
@@ -32,15 +31,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-
-/// XTEST: sym typed with modifier held, as a keyboard would.
-void tap(Display* d, KeySym sym, KeySym modifier = 0) {
-    if (modifier) XTestFakeKeyEvent(d, XKeysymToKeycode(d, modifier), True, CurrentTime);
-    XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), True, CurrentTime);
-    XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), False, CurrentTime);
-    if (modifier) XTestFakeKeyEvent(d, XKeysymToKeycode(d, modifier), False, CurrentTime);
-    XSync(d, False);
-}
 
 template <typename T> T* findWidget(KyObject* in, const char* name = nullptr) {
     for (KyObject* child : in->children()) {
@@ -66,24 +56,16 @@ KyWidget* buildPage(KyWidget& host, VelmoVpnConsoleUi& ui) {
     return page;
 }
 
-struct MonitorPage : kytest::GuiFixture {
+struct MonitorPage : kytest::WidgetFixture {
     void SetUp() override {
-        GuiFixture::SetUp();
+        WidgetFixture::SetUp();
         root = new KyWidget;
         root->setObjectName("consoleRoot");
         root->setStyleSheet(VelmoVpnConsoleStyle::windowCss());
         page = buildPage(*root, ui);
         log = ui.logEditor;
-        window = std::make_unique<kytest::WidgetWindow>(app.get(), root, 1260, 700);
-        window->show();
-        ASSERT_TRUE(runUntil([&] { return window->paints > 0; }));
+        showRoot(1260, 700);
     }
-    void TearDown() override {
-        delete root;
-        window.reset();
-        GuiFixture::TearDown();
-    }
-    void key(KeySym sym, KeySym modifier = 0) { tap(user->display(), sym, modifier); }
     void append(int from, int to, const char* what = "peer ready") {
         for (int i = from; i < to; ++i)
             velmoVpnConsoleAppendLog(log, KyString::format("12:%02d:%02d line %d %s", i / 60 % 60, i % 60, i, what));
@@ -97,19 +79,14 @@ struct MonitorPage : kytest::GuiFixture {
     }
     void clickLine(int block) {
         const KyRect r = lineRect(block);
-        const KyPoint o = KyWidgetPlatformAdapter::clientOriginOnScreen(root->nativeHandle());
-        user->fakeMotion(o.x + r.x + 2, o.y + r.y + r.height / 2);
-        user->fakeButton(1, true);
-        user->fakeButton(1, false);
+        click(r.x + 2, r.y + r.height / 2);
         ASSERT_TRUE(runUntil([&] { return log->hasFocus(); }));
     }
     void settle() { kytest::settleWindow(*this, *window, page, 6, 6); }
 
     VelmoVpnConsoleUi ui;
-    KyWidget* root = nullptr;
     KyWidget* page = nullptr;
     KyCodeEditor* log = nullptr;
-    std::unique_ptr<kytest::WidgetWindow> window;
 };
 
 TEST_F(MonitorPage, AReaderWhoPagedUpKeepsTheSameLinesOnScreenWhileTheLogIsTrimmed) {
@@ -118,7 +95,7 @@ TEST_F(MonitorPage, AReaderWhoPagedUpKeepsTheSameLinesOnScreenWhileTheLogIsTrimm
     EXPECT_GE(log->firstVisibleBlock() + log->visibleLineCount(), 5099) << "the view follows the end";
 
     clickLine(log->firstVisibleBlock() + 2);
-    for (int i = 0; i < 4; ++i) key(XK_Page_Up);
+    for (int i = 0; i < 4; ++i) user->tapKey(XK_Page_Up);
     ASSERT_TRUE(runUntil([&] { return log->firstVisibleBlock() < 5100 - 60 - log->visibleLineCount(); }));
     settle();
     const KyString top = log->document()->blockText(log->firstVisibleBlock());
@@ -158,9 +135,9 @@ TEST_F(MonitorPage, TheErrorColourMarksDisconnectedButNotTheLowerCaseWord) {
 TEST_F(MonitorPage, CtrlCCopiesTheSelectionOfTheReadOnlyLog) {
     append(0, 3);
     clickLine(1);
-    key(XK_Home);
-    key(XK_End, XK_Shift_L);
-    key(XK_c, XK_Control_L);
+    user->tapKey(XK_Home);
+    user->tapKey(XK_End, XK_Shift_L);
+    user->tapKey(XK_c, XK_Control_L);
     EXPECT_TRUE(runUntil([&] { return platform()->clipboardText() == log->document()->blockText(1); }))
         << platform()->clipboardText().toStdString();
 }
@@ -211,11 +188,11 @@ TEST_F(SaveLog, WritesTheWholeLogPrivatelyOrShowsWhyAndLeavesNothing) {
             auto* field = findWidget<KyLineEdit>(&window, "savePath");
             if (stage == 0 && field && field->hasFocus()) {
                 field->setText(KyString(target));
-                tap(user->display(), row.key);
+                user->tapKey(row.key);
                 stage = 1;
             } else if (auto* box = findWidget<KyMessageBox>(&window); stage == 1 && box && box->isVisible()) {
                 shownReason = box->informativeText();
-                tap(user->display(), XK_Return);
+                user->tapKey(XK_Return);
                 stage = 2;
             }
         }, 10000, false, KyFiberLaneDefault);

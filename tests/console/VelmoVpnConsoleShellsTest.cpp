@@ -48,18 +48,6 @@ struct Shells : kytest::GuiFixture {
         return XGetWindowAttributes(d(), w, &a) && a.map_state == IsViewable;
     }
     unsigned long id(KyMainWindow& w) { return w.platformWindow()->nativeHandle(); }
-    void tap(KeySym sym, bool shift = false) {
-        auto key = [&](KeySym s, bool press) {
-            XTestFakeKeyEvent(d(), XKeysymToKeycode(d(), s), press, CurrentTime);
-            XSync(d(), False);
-        };
-        if (shift) key(XK_Shift_L, true);
-        key(sym, true), key(sym, false);
-        if (shift) key(XK_Shift_L, false);
-    }
-    void type(const std::string& text) {
-        for (char c : text) tap(c == '@' ? XK_at : c == '.' ? XK_period : static_cast<KeySym>(c), c == '@');
-    }
     /// A real click in the middle of a widget of a shown window.
     void click(unsigned long window, KyWidget* w) {
         int sx = 0, sy = 0;
@@ -85,7 +73,7 @@ TEST_F(Shells, TabWalksTheLoginFormInReadingOrderAndReturnSendsIt) {
     KyObject::connect(ui.signInButton, &KyPushButton::clicked, [&] { ++sent; });
     click(id(*login), ui.emailField);
     ASSERT_TRUE(runUntil([&] { return ui.emailField->hasFocus(); }));
-    type("me@x.io");
+    user->typeText("me@x.io");
     ASSERT_TRUE(runUntil([&] { return ui.emailField->getText() == "me@x.io"; }));
 
     struct Row {
@@ -99,12 +87,12 @@ TEST_F(Shells, TabWalksTheLoginFormInReadingOrderAndReturnSendsIt) {
                         {"wraps to the e-mail field", ui.emailField}};
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        tap(XK_Tab);
+        user->tapKey(XK_Tab);
         EXPECT_TRUE(runUntil([&] { return row.focused->hasFocus(); }));
     }
-    tap(XK_Tab);
+    user->tapKey(XK_Tab);
     ASSERT_TRUE(runUntil([&] { return ui.passwordField->hasFocus(); }));
-    tap(XK_Return);
+    user->tapKey(XK_Return);
     EXPECT_TRUE(runUntil([&] { return sent == 1; })) << "Return in the password field did not send the form";
 }
 
@@ -139,16 +127,16 @@ TEST_F(Shells, EmailFieldOffersTheHistoryAndAChoiceMovesOnToThePassword) {
     ASSERT_TRUE(runUntil([&] { return ui.emailCompleter->isPopupVisible(); })) << "focus did not show the history";
     EXPECT_EQ(ui.emailCompleter->completions(), history);
 
-    type("ant");
+    user->typeText("ant");
     ASSERT_TRUE(runUntil([&] { return ui.emailCompleter->completions() == KyList<KyString>{"anton@example.net"}; }));
-    tap(XK_Down);
-    tap(XK_Return);
+    user->tapKey(XK_Down);
+    user->tapKey(XK_Return);
     EXPECT_TRUE(runUntil([&] { return ui.passwordField->hasFocus() && !ui.emailCompleter->isPopupVisible(); }));
     EXPECT_EQ(ui.emailField->getText(), "anton@example.net");
 
     // Back in the field and out again: the popup closes after the focus left.
     click(id(*login), ui.emailField);
-    tap(XK_BackSpace);
+    user->tapKey(XK_BackSpace);
     ASSERT_TRUE(runUntil([&] { return ui.emailCompleter->isPopupVisible(); }));
     click(id(*login), ui.passwordField);
     EXPECT_TRUE(runUntil([&] { return !ui.emailCompleter->isPopupVisible(); }));
@@ -199,11 +187,11 @@ TEST_F(Shells, AFailedStartIsReportedOnceInADarkBoxAtTheNextStart) {
             Window child = 0;
             XTranslateCoordinates(d(), box, DefaultRootWindow(d()), a.width / 2, a.height / 2, &sx, &sy, &child);
             user->fakeMotion(sx, sy);
-            tap(XK_Return);
+            user->tapKey(XK_Return);
         },
         20000, false, KyFiberLaneDefault);
     // A box that never turns dark is closed by the deadline, and the check below fails.
-    const int deadline = app->addTimer([&] { tap(XK_Escape); }, 10'000'000, true, KyFiberLaneDefault);
+    const int deadline = app->addTimer([&] { user->tapKey(XK_Escape); }, 10'000'000, true, KyFiberLaneDefault);
     velmoVpnConsoleShowLastCrashReport(nullptr);
     app->removeTimer(deadline);
     EXPECT_EQ(boxes, 1);

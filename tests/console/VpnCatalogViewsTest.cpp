@@ -79,15 +79,6 @@ struct VpnsPage : kytest::GuiFixture {
         user->fakeButton(button, true);
         user->fakeButton(button, false);
     }
-    // Focus follows the pointer on a bare server: keys go where the last click was.
-    void key(KeySym sym, KeySym modifier = 0) {
-        Display* d = user->display();
-        if (modifier) XTestFakeKeyEvent(d, XKeysymToKeycode(d, modifier), True, CurrentTime);
-        XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), True, CurrentTime);
-        XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), False, CurrentTime);
-        if (modifier) XTestFakeKeyEvent(d, XKeysymToKeycode(d, modifier), False, CurrentTime);
-        XSync(d, False);
-    }
     bool awaitCalls(std::size_t n) { return runUntil([&] { return calls.size() >= n; }); }
     // The clipboard's text as another X client reads it.
     std::string clipboard() {
@@ -155,7 +146,7 @@ TEST_F(VpnsPage, ADeviceSwitchAsksForTheOtherStateAndIsInertWhileTheSessionIsNot
     session.authStatus = "restoring";
     refresh();
     click(at(ui.endpointView, 0, true));
-    key(XK_space);
+    user->tapKey(XK_space);
     settle(); // both reached the list while it was not interactive
     session.authStatus = "ready";
     refresh();
@@ -168,32 +159,32 @@ TEST_F(VpnsPage, ADeviceSwitchAsksForTheOtherStateAndIsInertWhileTheSessionIsNot
 TEST_F(VpnsPage, KeysMoveTheRowAndSelectJoinOrToggleIt) {
     click(at(ui.hotspotView, 0, false)); // focus: a select of the first VPN
     ASSERT_TRUE(awaitCalls(1));
-    key(XK_Down);
-    key(XK_Return);
-    key(XK_space);
+    user->tapKey(XK_Down);
+    user->tapKey(XK_Return);
+    user->tapKey(XK_space);
     ASSERT_TRUE(awaitCalls(3));
     click(at(ui.endpointView, 0, false)); // the body of a device does nothing
-    key(XK_Down);
-    key(XK_space);
+    user->tapKey(XK_Down);
+    user->tapKey(XK_space);
     ASSERT_TRUE(awaitCalls(4));
     EXPECT_EQ(calls, (std::vector<std::string>{"select hs-a", "select hs-b", "join hs-b on", "device d-2 on"}));
 }
 
 TEST_F(VpnsPage, CtrlCAndTheRowMenuCopyADevicesAddressesAndName) {
     click(at(ui.endpointView, 0, false));
-    key(XK_c, XK_Control_L);
+    user->tapKey(XK_c, XK_Control_L);
     settle(); // the copy is made before another client asks for it
     EXPECT_EQ(clipboard(), "10.40.2.11");
 
     click(at(ui.endpointView, 1, false), 3); // the right button: the row's menu
     ASSERT_TRUE(runUntil([&] { return ui.endpointView->contextMenu()->isVisible(); }));
-    key(XK_Down), key(XK_Down), key(XK_Return); // "Copy reserved IP"
+    user->tapKey(XK_Down), user->tapKey(XK_Down), user->tapKey(XK_Return); // "Copy reserved IP"
     ASSERT_TRUE(runUntil([&] { return !ui.endpointView->contextMenu()->isVisible(); }));
     EXPECT_EQ(clipboard(), "10.40.2.22");
 
-    key(XK_Menu); // the keyboard's way to the same menu, on the same row
+    user->tapKey(XK_Menu); // the keyboard's way to the same menu, on the same row
     ASSERT_TRUE(runUntil([&] { return ui.endpointView->contextMenu()->isVisible(); }));
-    key(XK_Up), key(XK_Return); // from no row, Up takes the last: "Copy name"
+    user->tapKey(XK_Up), user->tapKey(XK_Return); // from no row, Up takes the last: "Copy name"
     ASSERT_TRUE(runUntil([&] { return !ui.endpointView->contextMenu()->isVisible(); }));
     EXPECT_EQ(clipboard(), "kofi-pc");
     EXPECT_TRUE(calls.empty()) << "copying never flips a switch";

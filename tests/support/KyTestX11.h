@@ -16,6 +16,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "core/types/KyColor.h"
 #include "core/types/KyRect.h"
@@ -108,12 +109,22 @@ public:
         XTestFakeButtonEvent(display_, button, press, CurrentTime);
         XSync(display_, False);
     }
+    /// XTEST: one key down or up.
+    void fakeKey(KeySym sym, bool press) {
+        XTestFakeKeyEvent(display_, XKeysymToKeycode(display_, sym), press, CurrentTime);
+        XSync(display_, False);
+    }
     /// XTEST: one key pressed and released, with a modifier held around it.
     void tapKey(KeySym sym, KeySym modifier = 0) {
-        if (modifier) XTestFakeKeyEvent(display_, XKeysymToKeycode(display_, modifier), True, CurrentTime);
+        tapKey(sym, modifier ? std::vector<KeySym>{modifier} : std::vector<KeySym>{});
+    }
+    /// XTEST: one key pressed and released, with modifiers held around it (let go in reverse).
+    void tapKey(KeySym sym, const std::vector<KeySym>& modifiers) {
+        for (KeySym m : modifiers) XTestFakeKeyEvent(display_, XKeysymToKeycode(display_, m), True, CurrentTime);
         XTestFakeKeyEvent(display_, XKeysymToKeycode(display_, sym), True, CurrentTime);
         XTestFakeKeyEvent(display_, XKeysymToKeycode(display_, sym), False, CurrentTime);
-        if (modifier) XTestFakeKeyEvent(display_, XKeysymToKeycode(display_, modifier), False, CurrentTime);
+        for (auto m = modifiers.rbegin(); m != modifiers.rend(); ++m)
+            XTestFakeKeyEvent(display_, XKeysymToKeycode(display_, *m), False, CurrentTime);
         XSync(display_, False);
     }
     /// XTEST: types printable ASCII text, with Shift where the keyboard map needs it.

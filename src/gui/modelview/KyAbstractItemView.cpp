@@ -127,14 +127,13 @@ void KyAbstractItemView::setItemDelegate(KyStyledItemDelegate* delegate) {
 
 KyRect KyAbstractItemView::rowRect(int row) const {
     const KyRect vp = viewportRect();
-    const int h = rowHeight();
-    return {vp.x, vp.y + row * h - verticalValue(), vp.width, h};
+    return {vp.x, contentRowTop_(row), vp.width, rowHeight()};
 }
 
 int KyAbstractItemView::rowAt(int y) const {
     const KyRect vp = viewportRect();
     if (!model_ || y < vp.y || y >= vp.y + vp.height) return -1;
-    const int row = (y - vp.y + verticalValue()) / rowHeight();
+    const int row = contentRowAt_(y);
     return row < model_->rowCount() ? row : -1;
 }
 
@@ -165,12 +164,6 @@ int KyAbstractItemView::lastVisibleRow() const {
     const int bottom = verticalValue() + std::max(0, viewportRect().height - 1);
     return std::min(model_->rowCount() - 1, bottom / rowHeight());
 }
-
-void KyAbstractItemView::updateContentHeight_() {
-    setContentHeight(model_ ? model_->rowCount() * rowHeight() : 0, rowHeight());
-}
-
-void KyAbstractItemView::viewportResized_() { updateContentHeight_(); }
 
 void KyAbstractItemView::scrollContentsBy_(int) {
     if (editor_) closeEditor(true);
@@ -239,9 +232,7 @@ void KyAbstractItemView::paintEvent(PaintEvent* event) {
     const KyRect vp = viewportRect();
     const KyRect clip = event->rect().intersected(vp);
     if (model_ && !clip.isEmpty()) {
-        const int h = rowHeight();
-        const int first = std::max(0, (clip.y - vp.y + verticalValue()) / h);
-        const int last = std::min(model_->rowCount() - 1, (clip.y + clip.height - 1 - vp.y + verticalValue()) / h);
+        const auto [first, last] = contentRowsIn_(clip);
         painter->pushClipRect(clip);
         if (first <= last) paintRows_(painter, clip, first, last);
         painter->popClipRect();
@@ -285,11 +276,7 @@ void KyAbstractItemView::setCurrentIndex(const KyModelIndex& index) {
 
 void KyAbstractItemView::scrollTo(const KyModelIndex& index) {
     if (!index.isValid() || index.model() != model_) return;
-    const int h = rowHeight();
-    const int top = index.row() * h;
-    const int page = viewportRect().height;
-    if (top < verticalValue()) setVerticalValue(top);
-    else if (top + h > verticalValue() + page) setVerticalValue(top + h - page);
+    ensureContentRowVisible_(index.row());
     scrollToColumn_(index.column());
 }
 

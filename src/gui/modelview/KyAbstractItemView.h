@@ -80,8 +80,9 @@ protected:
     void viewportMouseReleaseEvent(MouseEvent* event) override;
     void viewportMouseMoveEvent(MouseEvent* event) override;
     void viewportMouseDoubleClickEvent(MouseEvent* event) override;
-    void viewportResized_() override;
     void scrollContentsBy_(int dy) override;
+    int contentRowCount_() const override { return model_ ? model_->rowCount() : 0; }
+    int contentRowHeight_() const override { return rowHeight(); }
 
     // Columns: the list has one across the viewport, the table its header's.
     virtual int columnCount_() const { return 1; }
@@ -96,7 +97,6 @@ protected:
     virtual void paintRows_(KyPainter* painter, const KyRect& clip, int first, int last);
     /// Repaints rows first..last, clipped to what shows.
     void updateRows_(int first, int last);
-    void updateContentHeight_();
 
 private:
     void connectModel_();

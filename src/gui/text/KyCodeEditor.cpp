@@ -75,7 +75,7 @@ void KyCodeEditor::paintGutter_(KyPainter* painter, const KyRect& rect, int firs
     const int current = textCursor().blockNumber();
     const KyFont font = textFont_();
     for (int block = first; block <= last; ++block) {
-        const KyRect line{rect.x, rect.y + block * lh - verticalValue(), rect.width - 10, lh};
+        const KyRect line{rect.x, contentRowTop_(block), rect.width - 10, lh};
         painter->drawText(line, KyString(std::to_string(block + 1)), DrawTextFormat::AlignRight | DrawTextFormat::AlignVCenter,
                           block == current ? currentText : text, font);
     }

@@ -126,13 +126,7 @@ int KyPlainTextEdit::textWidth_(const KyString& text, int bytes) const {
                                                    static_cast<int>(text.size()) * kFallbackCharWidth);
 }
 
-void KyPlainTextEdit::updateContentHeight_() {
-    // A small bottom margin keeps the last line clear of the frame.
-    setContentHeight(document_->blockCount() * lineHeight() + 4, lineHeight());
-}
-
 void KyPlainTextEdit::viewportResized_() {
-    updateContentHeight_();
     if (following_) setVerticalValue(verticalMaximum());
 }
 
@@ -145,9 +139,8 @@ void KyPlainTextEdit::scrollContentsBy_(int dy) {
 
 int KyPlainTextEdit::positionAt(const KyPoint& point) const {
     const KyRect vp = viewportRect();
-    const int lh = lineHeight();
-    int block = (std::clamp(point.y, vp.y, vp.y + std::max(0, vp.height - 1)) - vp.y + verticalValue()) / lh;
-    block = std::clamp(block, 0, document_->blockCount() - 1);
+    const int y = std::clamp(point.y, vp.y, vp.y + std::max(0, vp.height - 1));
+    const int block = std::clamp(contentRowAt_(y), 0, document_->blockCount() - 1);
     const KyString text = document_->blockText(block);
     const std::size_t column = KyWidgetPlatformAdapter::characterIndexAtPosition(
         nativeHandle(), text, textFont_(), point.x - textLeft_(), kFallbackCharWidth);
@@ -157,16 +150,14 @@ int KyPlainTextEdit::positionAt(const KyPoint& point) const {
 KyRect KyPlainTextEdit::cursorRect(int position) const {
     const int block = document_->blockNumberAt(position);
     const int column = position - document_->blockPosition(block);
-    const int lh = lineHeight();
-    const int y = viewportRect().y + block * lh - verticalValue();
-    return {textLeft_() + textWidth_(document_->blockText(block), column), y + 2, 1, lh - 4};
+    const int x = textLeft_() + textWidth_(document_->blockText(block), column);
+    return {x, contentRowTop_(block) + 2, 1, lineHeight() - 4};
 }
 
 void KyPlainTextEdit::updateBlocks_(int first, int last) {
     const KyRect vp = viewportRect();
-    const int lh = lineHeight();
-    const int top = vp.y + first * lh - verticalValue();
-    const int bottom = vp.y + (last + 1) * lh - verticalValue();
+    const int top = contentRowTop_(first);
+    const int bottom = contentRowTop_(last + 1);
     updateRect(KyRect(vp.x, top, vp.width, bottom - top).intersected(vp));
 }
 
@@ -224,13 +215,7 @@ void KyPlainTextEdit::moveCursor(KyTextCursor::MoveOperation op, KyTextCursor::M
     cursorMoved_(true);
 }
 
-void KyPlainTextEdit::ensureCursorVisible() {
-    const int lh = lineHeight();
-    const int top = cursor_.blockNumber() * lh;
-    const int page = viewportRect().height;
-    if (top < verticalValue()) setVerticalValue(top);
-    else if (top + lh > verticalValue() + page) setVerticalValue(top + lh - page + 4);
-}
+void KyPlainTextEdit::ensureCursorVisible() { ensureContentRowVisible_(cursor_.blockNumber()); }
 
 void KyPlainTextEdit::selectAll() {
     cursor_.select(KyTextCursor::Document);
@@ -289,14 +274,13 @@ void KyPlainTextEdit::paintEvent(PaintEvent* event) {
     const KyRect clip = event->rect().intersected(vp);
     if (!clip.isEmpty()) {
         const int lh = lineHeight();
-        const int first = std::max(0, (clip.y - vp.y + verticalValue()) / lh);
-        const int last = std::min(document_->blockCount() - 1, (clip.y + clip.height - 1 - vp.y + verticalValue()) / lh);
+        const auto [first, last] = contentRowsIn_(clip);
         painter->pushClipRect(clip);
         if (gutterWidth_() > 0) paintGutter_(painter, {vp.x, vp.y, gutterWidth_(), vp.height}, first, last);
         painter->pushClipRect({vp.x + gutterWidth_(), vp.y, std::max(0, vp.width - gutterWidth_()), vp.height});
         const int selStart = cursor_.selectionStart(), selEnd = cursor_.selectionEnd();
         for (int block = first; block <= last; ++block)
-            paintLine_(painter, block, {vp.x + gutterWidth_(), vp.y + block * lh - verticalValue(),
+            paintLine_(painter, block, {vp.x + gutterWidth_(), contentRowTop_(block),
                                         vp.width - gutterWidth_(), lh}, selStart, selEnd);
         painter->popClipRect();
         painter->popClipRect();

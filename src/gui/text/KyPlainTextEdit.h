@@ -78,6 +78,10 @@ protected:
     void viewportMouseDoubleClickEvent(MouseEvent* event) override;
     void viewportResized_() override;
     void scrollContentsBy_(int dy) override;
+    int contentRowCount_() const override { return document_->blockCount(); }
+    int contentRowHeight_() const override { return lineHeight(); }
+    /// A small margin keeps the last line clear of the frame.
+    int contentBottomMargin_() const override { return 4; }
 
     /// Width kept left of the text (line numbers).
     virtual int gutterWidth_() const { return 0; }
@@ -97,7 +101,6 @@ protected:
 private:
     void attachDocument_(KyTextDocument* document);
     void onContentsChange_(int position, int removed, int added);
-    void updateContentHeight_();
     int textWidth_(const KyString& text, int bytes) const;
     void paintLine_(KyPainter* painter, int block, const KyRect& line, int selStart, int selEnd);
     void insertTyped_(const KyString& text);

@@ -90,6 +90,32 @@ void KyAbstractScrollArea::syncBar_() {
 
 void KyAbstractScrollArea::scrollContentsBy_(int) { update(); }
 
+void KyAbstractScrollArea::updateContentHeight_() {
+    const int h = contentRowHeight_();
+    if (h > 0) setContentHeight(contentRowCount_() * h + contentBottomMargin_(), h);
+}
+
+int KyAbstractScrollArea::contentRowAt_(int y) const {
+    return (y - viewportRect().y + value_) / std::max(1, contentRowHeight_());
+}
+
+int KyAbstractScrollArea::contentRowTop_(int row) const {
+    return viewportRect().y + row * contentRowHeight_() - value_;
+}
+
+std::pair<int, int> KyAbstractScrollArea::contentRowsIn_(const KyRect& clip) const {
+    const int last = contentRowAt_(clip.y + clip.height - 1);
+    return {std::max(0, contentRowAt_(clip.y)), std::min(contentRowCount_() - 1, last)};
+}
+
+void KyAbstractScrollArea::ensureContentRowVisible_(int row) {
+    const int h = contentRowHeight_();
+    const int top = row * h;
+    const int page = viewportRect().height;
+    if (top < value_) setVerticalValue(top);
+    else if (top + h > value_ + page) setVerticalValue(top + h - page + contentBottomMargin_());
+}
+
 void KyAbstractScrollArea::mousePressEvent(MouseEvent* event) {
     // What the bar declined (another button) is not the content's either.
     if (verticalBarRect().contains(event->pos())) return event->accept();
@@ -121,6 +147,7 @@ void KyAbstractScrollArea::wheelEvent(WheelEvent* event) {
 
 void KyAbstractScrollArea::resizeEvent(ResizeEvent* event) {
     KyWidget::resizeEvent(event);
+    updateContentHeight_();
     viewportResized_();
     syncBar_();
 }

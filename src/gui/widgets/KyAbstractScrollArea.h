@@ -9,8 +9,12 @@
 // in viewportRect() shifted up by verticalValue(), get the content's mouse
 // events through the viewport* handlers, and paint their children (the bar
 // among them) after the content. The views and the text editors are built on
-// it. GUI thread only.
+// it: their content is rows of one height (items, lines), which they describe
+// through the contentRow* hooks; the area then keeps the content's height on
+// every resize and does the row arithmetic for them. GUI thread only.
 #pragma once
+
+#include <utility>
 
 #include "gui/widgets/KyWidget.h"
 
@@ -55,11 +59,28 @@ protected:
     virtual void viewportMouseDoubleClickEvent(MouseEvent* event) { event->ignore(); }
     /// The position moved by dy pixels; the base repaints the viewport and the bar.
     virtual void scrollContentsBy_(int dy);
-    /// The viewport's height changed; subclasses recompute their content height.
+    /// The viewport's size changed, after a row content's height was updated.
     virtual void viewportResized_() {}
     /// Space kept free at the top of the viewport (a header).
     virtual int viewportTopMargin_() const { return 0; }
     int frameWidth_() const;
+
+    // Content of rows of one height. A height of 0 (the default) means the
+    // subclass sets its content height itself.
+    virtual int contentRowCount_() const { return 0; }
+    virtual int contentRowHeight_() const { return 0; }
+    /// Pixels of content below the last row.
+    virtual int contentBottomMargin_() const { return 0; }
+    /// Sets the content height from the rows; a single step is one row.
+    void updateContentHeight_();
+    /// The row under y (local), unclamped: it may lie outside the content.
+    int contentRowAt_(int y) const;
+    /// The y (local) where row's top stands at the present position.
+    int contentRowTop_(int row) const;
+    /// The first and last rows that meet clip (local), within the content; first > last for none.
+    std::pair<int, int> contentRowsIn_(const KyRect& clip) const;
+    /// Scrolls the least that shows row whole (and the bottom margin when it comes in from below).
+    void ensureContentRowVisible_(int row);
 
 private:
     int barWidth_() const;

@@ -13,7 +13,6 @@ namespace {
 const char* const kDefaultSheet =
     "KyCheckBox { background-color: rgba(0,0,0,0); border-width: 0px; color: rgb(30, 30, 30); font-size: 14px; }";
 
-constexpr int kKeySpace = 0x0020;
 constexpr KyColor kUncheckedFill{255, 255, 255};
 constexpr KyColor kUncheckedBorder{138, 138, 138};
 constexpr KyColor kDisabledLightFill{245, 245, 245};
@@ -36,8 +35,7 @@ bool sheetColor(const KyWidget* w, const char* name, KyColor& out) {
 
 } // namespace
 
-KyCheckBox::KyCheckBox(KyWidget* parent) : KyWidget(parent) {
-    setFocusPolicy(StrongFocus);
+KyCheckBox::KyCheckBox(KyWidget* parent) : KyAbstractButton(parent) {
     setDefaultStyleSheet(kDefaultSheet);
     setDynamicProperty_("CheckState", KyAny(checkState_));
     setDynamicProperty_("Checked", KyAny(false));
@@ -149,71 +147,4 @@ void KyCheckBox::paintEvent(PaintEvent* event) {
     paintChildren_(p, event->rect());
 }
 
-void KyCheckBox::mousePressEvent(MouseEvent* event) {
-    if (event->button() != 1 || !isInside_(event->x(), event->y())) {
-        event->ignore();
-        return;
-    }
-    if (isEnabled()) setPressed(true);
-}
-
-void KyCheckBox::mouseReleaseEvent(MouseEvent* event) {
-    if (!getPressed() || event->button() != 1) {
-        event->ignore();
-        return;
-    }
-    const bool inside = isInside_(event->x(), event->y());
-    setPressed(false);
-    keyPressed_ = false;
-    if (inside) click();
-}
-
-void KyCheckBox::mouseMoveEvent(MouseEvent* event) {
-    if (!getPressed()) event->ignore();
-}
-
-void KyCheckBox::keyPressEvent(KeyEvent* event) {
-    if (!isEnabled() || event->ctrl() || event->alt() || event->keyCode() != kKeySpace) {
-        event->ignore();
-        return;
-    }
-    if (!getPressed()) {
-        keyPressed_ = true;
-        setPressed(true);
-    }
-}
-
-void KyCheckBox::keyReleaseEvent(KeyEvent* event) {
-    if (event->keyCode() != kKeySpace || !keyPressed_) {
-        event->ignore();
-        return;
-    }
-    keyPressed_ = false;
-    if (getPressed()) {
-        setPressed(false);
-        click();
-    }
-}
-
 void KyCheckBox::on_Text_changed(const KyString&) { update(); }
-
-void KyCheckBox::on_Pressed_changed(const bool&) {
-    invalidateStyleCache_();
-    update();
-}
-
-void KyCheckBox::on_Enable_changed(const bool& enabled) {
-    KyWidget::on_Enable_changed(enabled);
-    if (!enabled) {
-        keyPressed_ = false;
-        setPressed(false);
-    }
-}
-
-void KyCheckBox::on_Focus_changed(const bool& focused) {
-    KyWidget::on_Focus_changed(focused);
-    if (!focused && keyPressed_) {
-        keyPressed_ = false;
-        setPressed(false);
-    }
-}

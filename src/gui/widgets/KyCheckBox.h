@@ -8,17 +8,16 @@
 // GUI thread only.
 #pragma once
 
-#include "gui/widgets/KyWidget.h"
+#include "gui/widgets/KyAbstractButton.h"
 
 /// A three-state check box.
-class KyCheckBox : public KyWidget {
-    KY_OBJECT(KyCheckBox, KyWidget)
+class KyCheckBox : public KyAbstractButton<KyWidget> {
+    KY_OBJECT(KyCheckBox, KyAbstractButton<KyWidget>)
 
 public:
     enum CheckState : int { Unchecked = 0, PartiallyChecked = 1, Checked = 2 };
 
     KY_PROPERTY_HANDLED(KyString, Text, KyString())
-    KY_PROPERTY_HANDLED(bool, Pressed, false)
 
 public:
     explicit KyCheckBox(KyWidget* parent = nullptr);
@@ -38,7 +37,7 @@ public:
     int boxSize() const { return boxSize_; }
     void setBoxSize(int side);
     /// The user's click: the next state, then clicked(checked).
-    void click();
+    void click() override;
 
     KY_SIGNAL(stateChanged, int)
     KY_SIGNAL(clicked, bool)
@@ -48,25 +47,15 @@ public:
     KySize sizeHint() const override;
     KySize minimumSizeHint() const override { return sizeHint(); }
     void paintEvent(PaintEvent* event) override;
-    void mousePressEvent(MouseEvent* event) override;
-    void mouseReleaseEvent(MouseEvent* event) override;
-    void mouseMoveEvent(MouseEvent* event) override;
-    void keyPressEvent(KeyEvent* event) override;
-    void keyReleaseEvent(KeyEvent* event) override;
     virtual void on_Text_changed(const KyString& text);
-    virtual void on_Pressed_changed(const bool& pressed);
-    void on_Enable_changed(const bool& enabled) override;
-    void on_Focus_changed(const bool& focused) override;
 
     /// The gap between the indicator and the text.
     static constexpr int kGap = 8;
 
 private:
-    bool isInside_(int x, int y) const { return x >= 0 && x <= width() - 1 && y >= 0 && y <= height() - 1; }
     int drawnSide_() const;
 
     int checkState_ = Unchecked;
     bool tristate_ = false;
     int boxSize_ = 18;
-    bool keyPressed_ = false;
 };

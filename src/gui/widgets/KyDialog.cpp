@@ -23,24 +23,21 @@ constexpr int kKeyEscape = 65307;
 // ---------------------------------------------------------------------------
 // ModalOverlay
 
-KyDialog::ModalOverlay::ModalOverlay(KyDialog* dialog, KyWidget* parent) : KyWidget(parent), dialog_(dialog) {
-    setObjectName("ModalOverlay");
-    setFocusPolicy(NoClickFocus);
-    setDefaultStyleSheet("ModalOverlay { background-color: rgb(241, 245, 249); border-width: 0px; }");
-}
+KyDialog::ModalOverlay::ModalOverlay(KyDialog* dialog, KyWidget* parent)
+    : KyOwnedWidget(dialog, parent, "ModalOverlay", NoClickFocus,
+                    "ModalOverlay { background-color: rgb(241, 245, 249); border-width: 0px; }") {}
 
 void KyDialog::ModalOverlay::mousePressEvent(MouseEvent* event) { event->accept(); }
-void KyDialog::ModalOverlay::mouseReleaseEvent(MouseEvent* event) { event->accept(); }
 void KyDialog::ModalOverlay::mouseDoubleClickEvent(MouseEvent* event) { event->accept(); }
 
 void KyDialog::ModalOverlay::keyPressEvent(KeyEvent* event) {
-    if (KyObject::isLive(dialog_) && dialog_->isModal()) KyCoreApplication::sendEvent(dialog_, event);
+    if (KyDialog* dialog = owner(); dialog && dialog->isModal()) KyCoreApplication::sendEvent(dialog, event);
     else event->ignore();
 }
 
 void KyDialog::ModalOverlay::resizeEvent(ResizeEvent* event) {
     KyWidget::resizeEvent(event);
-    if (KyObject::isLive(dialog_)) dialog_->centreInParent_();
+    if (KyDialog* dialog = owner()) dialog->centreInParent_();
 }
 
 // ---------------------------------------------------------------------------

@@ -19,6 +19,7 @@
 
 #include "gui/platform/KyPlatformTypes.h"
 #include "gui/widgets/KyFrame.h"
+#include "gui/widgets/KyOwnedWidget.h"
 #include "gui/widgets/KyTopLevelWindow.h"
 
 class KyEventLoop;
@@ -31,19 +32,15 @@ class KyDialog : public KyFrame {
 
 public:
     /// Covers the parent's window under an embedded dialog.
-    class ModalOverlay : public KyWidget {
-        KY_OBJECT(ModalOverlay, KyWidget)
+    class ModalOverlay : public KyOwnedWidget<KyDialog> {
+        KY_OBJECT(ModalOverlay, KyOwnedWidget<KyDialog>)
 
     public:
         ModalOverlay(KyDialog* dialog, KyWidget* parent);
         void mousePressEvent(MouseEvent* event) override;
-        void mouseReleaseEvent(MouseEvent* event) override;
         void mouseDoubleClickEvent(MouseEvent* event) override;
         void keyPressEvent(KeyEvent* event) override;
         void resizeEvent(ResizeEvent* event) override;
-
-    private:
-        KyDialog* dialog_;
     };
 
     explicit KyDialog(KyWidget* parent = nullptr);

@@ -63,11 +63,9 @@ private:
 // ---------------------------------------------------------------------------
 // PopupOverlay
 
-KyMenu::PopupOverlay::PopupOverlay(KyMenu* menu, KyWidget* parent) : KyWidget(parent), menu_(menu) {
-    setObjectName("PopupOverlay");
-    setFocusPolicy(NoClickFocus);
-    setDefaultStyleSheet("PopupOverlay { background-color: rgba(0,0,0,0); border-width: 0px; }");
-}
+KyMenu::PopupOverlay::PopupOverlay(KyMenu* menu, KyWidget* parent)
+    : KyOwnedWidget(menu, parent, "PopupOverlay", NoClickFocus,
+                    "PopupOverlay { background-color: rgba(0,0,0,0); border-width: 0px; }") {}
 
 void KyMenu::PopupOverlay::paintEvent(PaintEvent* event) {
     // Transparent: only the lists on it paint.
@@ -76,9 +74,10 @@ void KyMenu::PopupOverlay::paintEvent(PaintEvent* event) {
 
 void KyMenu::PopupOverlay::mousePressEvent(MouseEvent* event) {
     event->accept();
-    if (!KyObject::isLive(menu_)) return;
-    KyMenuBar* bar = menu_->menuBar_;
-    KyMenu* root = menu_->rootMenu_();
+    KyMenu* menu = owner();
+    if (!menu) return;
+    KyMenuBar* bar = menu->menuBar_;
+    KyMenu* root = menu->rootMenu_();
     // A press on another title of the menu bar opens that menu; on the open
     // menu's own title it only closes (a title toggles).
     if (KyObject::isLive(bar)) {
@@ -96,20 +95,19 @@ void KyMenu::PopupOverlay::mousePressEvent(MouseEvent* event) {
 
 void KyMenu::PopupOverlay::mouseMoveEvent(MouseEvent* event) {
     event->accept();
-    if (!KyObject::isLive(menu_)) return;
-    KyMenuBar* bar = menu_->menuBar_;
+    KyMenu* menu = owner();
+    if (!menu) return;
+    KyMenuBar* bar = menu->menuBar_;
     if (!KyObject::isLive(bar)) return;
     // Sliding along the menu bar while a menu is open switches menus.
     const KyPoint local = KyPoint(event->x(), event->y()) + rootRect().topLeft() - bar->rootRect().topLeft();
     const int index = bar->titleAt(local.x, local.y);
-    if (index >= 0 && bar->menuAt(index) != menu_->rootMenu_()) bar->openMenu(index);
+    if (index >= 0 && bar->menuAt(index) != menu->rootMenu_()) bar->openMenu(index);
 }
-
-void KyMenu::PopupOverlay::mouseReleaseEvent(MouseEvent* event) { event->accept(); }
 
 void KyMenu::PopupOverlay::keyPressEvent(KeyEvent* event) {
     // Keys that reach the overlay belong to the deepest open list.
-    KyMenu* m = KyObject::isLive(menu_) ? menu_ : nullptr;
+    KyMenu* m = owner();
     while (m && KyObject::isLive(m->openSub_) && m->openSub_->visible_) m = m->openSub_;
     if (m && m->popupList()) KyCoreApplication::sendEvent(m->popupList(), event);
     else event->ignore();
@@ -118,15 +116,14 @@ void KyMenu::PopupOverlay::keyPressEvent(KeyEvent* event) {
 // ---------------------------------------------------------------------------
 // PopupList
 
-KyMenu::PopupList::PopupList(KyMenu* menu, KyWidget* parent) : KyWidget(parent), menu_(menu) {
-    setObjectName("PopupList");
-    setFocusPolicy(StrongFocus);
-    setDefaultStyleSheet("PopupList { background-color: rgb(255, 255, 255); border-color: rgb(210, 214, 222); "
-                         "border-width: 1px; border-radius: 8px; color: rgb(24, 28, 36); font-size: 13px; }");
-}
+KyMenu::PopupList::PopupList(KyMenu* menu, KyWidget* parent)
+    : KyOwnedWidget(menu, parent, "PopupList", StrongFocus,
+                    "PopupList { background-color: rgb(255, 255, 255); border-color: rgb(210, 214, 222); "
+                    "border-width: 1px; border-radius: 8px; color: rgb(24, 28, 36); font-size: 13px; }") {}
 
 void KyMenu::PopupList::paintEvent(PaintEvent* event) {
-    if (!event || !event->painter() || !KyObject::isLive(menu_)) return;
+    KyMenu* menu = owner();
+    if (!event || !event->painter() || !menu) return;
     KyPainter* p = event->painter();
     paintOwnBox_(p);
     const ResolvedStyleSnapshot_& s = styleSnapshot_();
@@ -142,16 +139,16 @@ void KyMenu::PopupList::paintEvent(PaintEvent* event) {
     const KyColor disabledText = sheetColour("disabled-color", kDisabledText);
     const KyColor separator = sheetColour("separator-color", kSeparator);
     const KyFont font = resolveStyledFont();
-    const KyVector<KyRect>& rows = menu_->rowRects_;
-    for (int i = 0; i < static_cast<int>(rows.size()) && i < static_cast<int>(menu_->actions_.size()); ++i) {
-        const KyAction* a = menu_->actions_[i];
+    const KyVector<KyRect>& rows = menu->rowRects_;
+    for (int i = 0; i < static_cast<int>(rows.size()) && i < static_cast<int>(menu->actions_.size()); ++i) {
+        const KyAction* a = menu->actions_[i];
         const KyRect r = rows[i];
         if (a->getSeparator()) {
             const int y = r.y + r.height / 2;
             p->drawLine(r.x + 8, y, r.x + r.width - 9, y, separator, 1);
             continue;
         }
-        const bool current = i == menu_->current_;
+        const bool current = i == menu->current_;
         if (current) {
             KyRect fill{r.x + 4, r.y + 1, r.width - 8, r.height - 2};
             p->fillRoundedRect(fill, 5, rowHover, rowHover, 0);
@@ -176,20 +173,20 @@ void KyMenu::PopupList::paintEvent(PaintEvent* event) {
 
 void KyMenu::PopupList::mousePressEvent(MouseEvent* event) {
     event->accept();
-    if (!KyObject::isLive(menu_)) return;
-    const int row = menu_->rowAt(event->x(), event->y());
-    if (row >= 0 && selectable(menu_->actions_[row])) menu_->activateRow_(row);
+    KyMenu* menu = owner();
+    if (!menu) return;
+    const int row = menu->rowAt(event->x(), event->y());
+    if (row >= 0 && selectable(menu->actions_[row])) menu->activateRow_(row);
 }
-
-void KyMenu::PopupList::mouseReleaseEvent(MouseEvent* event) { event->accept(); }
 
 void KyMenu::PopupList::mouseMoveEvent(MouseEvent* event) {
     event->accept();
-    if (!KyObject::isLive(menu_)) return;
-    const int row = menu_->rowAt(event->x(), event->y());
-    if (row >= 0 && selectable(menu_->actions_[row]) && row != menu_->current_) {
-        menu_->setCurrentRow(row);
-        menu_->onPopupHoverChanged_(row);
+    KyMenu* menu = owner();
+    if (!menu) return;
+    const int row = menu->rowAt(event->x(), event->y());
+    if (row >= 0 && selectable(menu->actions_[row]) && row != menu->current_) {
+        menu->setCurrentRow(row);
+        menu->onPopupHoverChanged_(row);
     }
 }
 
@@ -197,13 +194,13 @@ void KyMenu::PopupList::on_Hover_changed(const bool& value) {
     KyWidget::on_Hover_changed(value);
     // Leaving the list for nowhere in particular drops the highlight, unless
     // it leads to the open sub-menu.
-    if (!value && KyObject::isLive(menu_) && !(KyObject::isLive(menu_->openSub_) && menu_->openSub_->visible_))
-        menu_->setCurrentRow(-1);
+    KyMenu* menu = owner();
+    if (!value && menu && !(KyObject::isLive(menu->openSub_) && menu->openSub_->visible_)) menu->setCurrentRow(-1);
 }
 
 void KyMenu::PopupList::keyPressEvent(KeyEvent* event) {
-    if (!KyObject::isLive(menu_)) return;
-    KyMenu* m = menu_;
+    KyMenu* m = owner();
+    if (!m) return;
     event->accept();
     switch (event->keyCode()) {
     case kKeyEscape: m->rootMenu_()->hide(); break;

@@ -21,7 +21,7 @@
 
 #include "core/object/KyObject.h"
 #include "gui/widgets/KyAction.h"
-#include "gui/widgets/KyWidget.h"
+#include "gui/widgets/KyOwnedWidget.h"
 
 class KyMainWindow;
 class KyMenuBar;
@@ -32,36 +32,28 @@ class KyMenu : public KyObject {
 
 public:
     /// Covers the host window while the menu is open and swallows presses outside the menus.
-    class PopupOverlay : public KyWidget {
-        KY_OBJECT(PopupOverlay, KyWidget)
+    class PopupOverlay : public KyOwnedWidget<KyMenu> {
+        KY_OBJECT(PopupOverlay, KyOwnedWidget<KyMenu>)
 
     public:
         PopupOverlay(KyMenu* menu, KyWidget* parent);
         void paintEvent(PaintEvent* event) override;
         void mousePressEvent(MouseEvent* event) override;
         void mouseMoveEvent(MouseEvent* event) override;
-        void mouseReleaseEvent(MouseEvent* event) override;
         void keyPressEvent(KeyEvent* event) override;
-
-    private:
-        KyMenu* menu_;
     };
 
     /// The rows of one open menu.
-    class PopupList : public KyWidget {
-        KY_OBJECT(PopupList, KyWidget)
+    class PopupList : public KyOwnedWidget<KyMenu> {
+        KY_OBJECT(PopupList, KyOwnedWidget<KyMenu>)
 
     public:
         PopupList(KyMenu* menu, KyWidget* parent);
         void paintEvent(PaintEvent* event) override;
         void mousePressEvent(MouseEvent* event) override;
-        void mouseReleaseEvent(MouseEvent* event) override;
         void mouseMoveEvent(MouseEvent* event) override;
         void keyPressEvent(KeyEvent* event) override;
         void on_Hover_changed(const bool& value) override;
-
-    private:
-        KyMenu* menu_;
     };
 
     explicit KyMenu(const KyString& title = KyString(), KyObject* parent = nullptr);

@@ -8,15 +8,14 @@
 // default sheet's. GUI thread only.
 #pragma once
 
-#include "gui/widgets/KyFrame.h"
+#include "gui/widgets/KyAbstractButton.h"
 
 /// A push button.
-class KyPushButton : public KyFrame {
-    KY_OBJECT(KyPushButton, KyFrame)
+class KyPushButton : public KyAbstractButton<KyFrame> {
+    KY_OBJECT(KyPushButton, KyAbstractButton<KyFrame>)
 
 public:
     KY_PROPERTY_HANDLED(KyString, Text, KyString())
-    KY_PROPERTY_HANDLED(bool, Pressed, false)
     KY_PROPERTY_HANDLED(bool, Checkable, false)
     KY_PROPERTY_HANDLED(bool, Checked, false)
 
@@ -28,9 +27,8 @@ public:
     KyString text() const { return getText(); }
     bool isCheckable() const { return getCheckable(); }
     bool isChecked() const { return getChecked(); }
-    bool isPressed() const { return getPressed(); }
     /// Clicks as a release inside would: toggles a checkable button, then clicked().
-    void click();
+    void click() override;
     /// The default button of its window takes a Return that nobody else
     /// took, so a form can be sent from any of its fields.
     void setDefault(bool isDefault) { default_ = isDefault; }
@@ -44,23 +42,12 @@ public:
     KySize sizeHint() const override;
     KySize minimumSizeHint() const override { return sizeHint(); }
     void paintEvent(PaintEvent* event) override;
-    void mousePressEvent(MouseEvent* event) override;
-    void mouseReleaseEvent(MouseEvent* event) override;
-    void mouseMoveEvent(MouseEvent* event) override;
     void keyPressEvent(KeyEvent* event) override;
-    void keyReleaseEvent(KeyEvent* event) override;
     virtual void on_Text_changed(const KyString& text);
-    virtual void on_Pressed_changed(const bool& pressed);
     virtual void on_Checkable_changed(const bool& checkable);
     virtual void on_Checked_changed(const bool& checked);
     void on_Alignment_changed(const int& alignment) override;
-    void on_Enable_changed(const bool& enabled) override;
-    void on_Focus_changed(const bool& focused) override;
-
-protected:
-    bool isInside_(int x, int y) const { return x >= 0 && x <= width() - 1 && y >= 0 && y <= height() - 1; }
 
 private:
-    bool keyPressed_ = false;
     bool default_ = false;
 };

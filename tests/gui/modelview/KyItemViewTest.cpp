@@ -8,8 +8,7 @@
 #include <set>
 #include <string>
 
-#include "../../support/KyTestWidgetWindow.h"
-#include "../../support/KyTestX11.h"
+#include "../../support/KyTestWidgetFixture.h"
 #include "gui/modelview/KyListView.h"
 #include "gui/modelview/KySortFilterProxyModel.h"
 #include "gui/modelview/KyStandardItemModel.h"
@@ -51,7 +50,7 @@ public:
     mutable std::set<int> rows;
 };
 
-struct ItemViewTest : kytest::GuiFixture {
+struct ItemViewTest : kytest::WidgetFixture {
     // The view fills all but a strip at the bottom, where settle() parks the pointer.
     template <typename View> View* host(KyAbstractItemModel* m) {
         root = new KyWidget;
@@ -59,16 +58,9 @@ struct ItemViewTest : kytest::GuiFixture {
         view->setGeometry(0, 0, 400, 300);
         view->setModel(m);
         view->setItemDelegate(&delegate);
-        window = std::make_unique<kytest::WidgetWindow>(app.get(), root, 400, 320);
-        window->show();
-        EXPECT_TRUE(runUntil([&] { return window->paints > 0; }));
+        showRoot(400, 320);
         settle();
         return view;
-    }
-    void TearDown() override {
-        delete root;
-        window.reset();
-        GuiFixture::TearDown();
     }
     // Paints until no damage is left: a motion in the strip comes back after
     // every Expose sent before it.
@@ -76,26 +68,6 @@ struct ItemViewTest : kytest::GuiFixture {
     bool runUntil(const std::function<bool()>& pred, std::chrono::milliseconds d = kytest::kDeadline) {
         return kytest::runGuiUntil(app.get(), pred, d);
     }
-    void pointer(int x, int y) {
-        const KyPoint o = KyWidgetPlatformAdapter::clientOriginOnScreen(root->nativeHandle());
-        user->fakeMotion(o.x + x, o.y + y);
-    }
-    void click(int x, int y) {
-        pointer(x, y);
-        user->fakeButton(1, true);
-        user->fakeButton(1, false);
-    }
-    // XTEST key with the pointer over the view (focus follows the pointer on a bare server).
-    void key(KeySym sym, KeySym modifier = 0) {
-        Display* d = user->display();
-        if (modifier) XTestFakeKeyEvent(d, XKeysymToKeycode(d, modifier), True, CurrentTime);
-        XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), True, CurrentTime);
-        XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), False, CurrentTime);
-        if (modifier) XTestFakeKeyEvent(d, XKeysymToKeycode(d, modifier), False, CurrentTime);
-        XSync(d, False);
-    }
-    KyWidget* root = nullptr;
-    std::unique_ptr<kytest::WidgetWindow> window;
     CountingDelegate delegate;
 };
 
@@ -148,7 +120,7 @@ TEST_F(ItemViewTest, ClicksAndKeysMoveTheSelectionAndTheAccentFollows) {
                         {"Page Down", XK_Page_Down, 8}};
     for (const Row& row : keys) {
         pointer(200, 150);
-        key(row.sym);
+        user->tapKey(row.sym);
         EXPECT_TRUE(runUntil([&] { return view->currentIndex().row() == row.row; })) << row.name;
         EXPECT_EQ(selection->selectedRowCount(), 1) << row.name;
         EXPECT_TRUE(selection->isRowSelected(row.row)) << row.name;
@@ -198,16 +170,16 @@ TEST_F(ItemViewTest, AnEditorOpensByF2OrDoubleClickCommitsOnReturnOrFocusLossAnd
         // Each press somewhere new, so no two rows' presses make a double click.
         click(selectX += 40, 2 * 30 + 15);
         ASSERT_TRUE(runUntil([&] { return view->hasFocus() && view->currentIndex() == cell; })) << row.name;
-        if (row.open == F2) key(XK_F2);
+        if (row.open == F2) user->tapKey(XK_F2);
         else click(350, 2 * 30 + 15), click(350, 2 * 30 + 15);
         ASSERT_TRUE(runUntil([&] { return view->openEditor() && view->openEditor()->hasFocus(); })) << row.name;
         // The editor opens with the cell's text selected, so typing replaces it.
-        key(XK_o);
-        key(XK_k);
+        user->tapKey(XK_o);
+        user->tapKey(XK_k);
         ASSERT_TRUE(runUntil([&] { return view->openEditor()->property("Text").toString() == KyString("ok"); }))
             << row.name;
         if (row.end == ClickElsewhere) click(100, 310);
-        else key(row.end == Return ? XK_Return : XK_Escape);
+        else user->tapKey(row.end == Return ? XK_Return : XK_Escape);
         ASSERT_TRUE(runUntil([&] { return !view->openEditor(); })) << row.name;
         EXPECT_EQ(cell.data().toString(), KyString(row.expected)) << row.name;
         EXPECT_TRUE(runUntil([&] { return (row.end == ClickElsewhere ? elsewhere : static_cast<KyWidget*>(view))->hasFocus(); }))

@@ -8,45 +8,23 @@
 
 #include <string>
 
-#include "../../support/KyTestWidgetWindow.h"
-#include "../../support/KyTestX11.h"
+#include "../../support/KyTestWidgetFixture.h"
 #include "gui/text/KyCodeEditor.h"
 
 namespace {
 
-struct TextEditorTest : kytest::GuiFixture {
+struct TextEditorTest : kytest::WidgetFixture {
     void SetUp() override {
-        GuiFixture::SetUp();
+        WidgetFixture::SetUp();
         root = new KyWidget;
         edit = new KyCodeEditor(root);
         edit->setGeometry(0, 0, 400, 300);
-        window = std::make_unique<kytest::WidgetWindow>(app.get(), root, 400, 320);
-        window->show();
-        ASSERT_TRUE(runUntil([&] { return window->paints > 0; }));
-    }
-    void TearDown() override {
-        delete root;
-        window.reset();
-        GuiFixture::TearDown();
-    }
-    void pointer(int x, int y) {
-        const KyPoint o = KyWidgetPlatformAdapter::clientOriginOnScreen(root->nativeHandle());
-        user->fakeMotion(o.x + x, o.y + y);
-    }
-    void key(KeySym sym, KeySym modifier = 0) {
-        Display* d = user->display();
-        if (modifier) XTestFakeKeyEvent(d, XKeysymToKeycode(d, modifier), True, CurrentTime);
-        XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), True, CurrentTime);
-        XTestFakeKeyEvent(d, XKeysymToKeycode(d, sym), False, CurrentTime);
-        if (modifier) XTestFakeKeyEvent(d, XKeysymToKeycode(d, modifier), False, CurrentTime);
-        XSync(d, False);
+        showRoot(400, 320);
     }
     void appendLines(int from, int to) {
         for (int i = from; i < to; ++i) edit->appendPlainText(KyString("12:00:0" + std::to_string(i % 10) + " line " + std::to_string(i)));
     }
-    KyWidget* root = nullptr;
     KyCodeEditor* edit = nullptr;
-    std::unique_ptr<kytest::WidgetWindow> window;
 };
 
 TEST_F(TextEditorTest, ALogViewFollowsTheEndUntilTheReaderScrollsUpAndAgainWhenBackAtTheEnd) {
@@ -67,7 +45,7 @@ TEST_F(TextEditorTest, ALogViewFollowsTheEndUntilTheReaderScrollsUpAndAgainWhenB
     EXPECT_EQ(edit->firstVisibleBlock(), first) << "the reader's place is kept";
     EXPECT_EQ(edit->document()->blockCount(), 260);
 
-    key(XK_End, XK_Control_L);
+    user->tapKey(XK_End, XK_Control_L);
     ASSERT_TRUE(runUntil([&] { return edit->isFollowingEnd(); }));
     appendLines(260, 300);
     EXPECT_EQ(edit->verticalValue(), edit->verticalMaximum());
@@ -87,7 +65,7 @@ TEST_F(TextEditorTest, ADragSelectionAndCtrlCPutTheSelectedTextOnTheClipboard) {
     user->fakeButton(1, false);
     ASSERT_TRUE(runUntil([&] { return edit->textCursor().selectedText() == KyString("alpha beta\ngamma delta"); }))
         << edit->textCursor().selectedText().toStdString();
-    key(XK_c, XK_Control_L);
+    user->tapKey(XK_c, XK_Control_L);
     EXPECT_TRUE(runUntil([&] { return platform()->clipboardText() == KyString("alpha beta\ngamma delta"); }));
     // The selection shows in the selection colour behind the text.
     EXPECT_TRUE(runUntil([&] { return user->pixel(window->id(), x0 + 20, 1 + 2) == KyColor(204, 228, 247); }));
@@ -99,12 +77,12 @@ TEST_F(TextEditorTest, AnEditableEditorTakesTypingAndUndoesIt) {
     user->fakeButton(1, true);
     user->fakeButton(1, false);
     ASSERT_TRUE(runUntil([&] { return edit->hasFocus(); }));
-    key(XK_End);
-    key(XK_x);
-    key(XK_Return);
-    key(XK_y);
+    user->tapKey(XK_End);
+    user->tapKey(XK_x);
+    user->tapKey(XK_Return);
+    user->tapKey(XK_y);
     ASSERT_TRUE(runUntil([&] { return edit->toPlainText() == KyString("abx\ny"); })) << edit->toPlainText().toStdString();
-    key(XK_z, XK_Control_L);
+    user->tapKey(XK_z, XK_Control_L);
     EXPECT_TRUE(runUntil([&] { return edit->toPlainText().size() < 5; }));
 }
 
@@ -119,14 +97,14 @@ TEST_F(TextEditorTest, AReadOnlyEditorRefusesTypingPasteAndDeletionButSelectsCop
     user->fakeButton(1, false);
     ASSERT_TRUE(runUntil([&] { return edit->hasFocus(); }));
     // With everything selected, each refused key would otherwise replace or delete it all.
-    key(XK_a, XK_Control_L);
-    for (KeySym refused : {XK_x, XK_Delete, XK_BackSpace, XK_Return}) key(refused);
-    key(XK_v, XK_Control_L);
-    key(XK_c, XK_Control_L);
+    user->tapKey(XK_a, XK_Control_L);
+    for (KeySym refused : {XK_x, XK_Delete, XK_BackSpace, XK_Return}) user->tapKey(refused);
+    user->tapKey(XK_v, XK_Control_L);
+    user->tapKey(XK_c, XK_Control_L);
     // The copy is the last key sent: once it lands, every refused key has been handled.
     ASSERT_TRUE(runUntil([&] { return platform()->clipboardText() == text; }));
     EXPECT_EQ(edit->toPlainText(), text);
-    key(XK_Page_Down);
+    user->tapKey(XK_Page_Down);
     EXPECT_TRUE(runUntil([&] { return edit->verticalValue() > 0; })) << "Page Down scrolls";
 }
 

@@ -90,9 +90,11 @@ TEST_F(ControlsTest, AButtonClicksOnlyOnAReleaseInsideAndACheckableOneToggles) {
         button->setGeometry(20, 20, 120, 36);
         button->setCheckable(row.checkable);
         button->installEventFilter(&counter);
-        int clicks = 0, toggles = 0;
+        int clicks = 0, toggles = 0, pressedSignals = 0, releasedSignals = 0;
         KyObject::connect(button, &KyPushButton::clicked, [&] { ++clicks; });
         KyObject::connect(button, &KyPushButton::toggled, [&](bool) { ++toggles; });
+        KyObject::connect(button, &KyPushButton::pressed, [&] { ++pressedSignals; });
+        KyObject::connect(button, &KyPushButton::released, [&] { ++releasedSignals; });
         settle();
         pointer(60, 30);
         user->fakeButton(1, true);
@@ -105,6 +107,9 @@ TEST_F(ControlsTest, AButtonClicksOnlyOnAReleaseInsideAndACheckableOneToggles) {
         EXPECT_EQ(clicks, row.clicks);
         EXPECT_EQ(toggles, row.toggles);
         EXPECT_EQ(button->isChecked(), row.checked);
+        // Every press ends in one release signal, clicked or not.
+        EXPECT_EQ(pressedSignals, 1);
+        EXPECT_EQ(releasedSignals, 1);
         delete button;
     }
 }

@@ -55,24 +55,16 @@ struct InputControlsTest : kytest::GuiFixture {
         user->sendMotion(host->id(), 419, 299);
         ASSERT_TRUE(runUntil([&] { return rootCounter.moves > before; }));
     }
-    void fakeKey(KeySym sym, bool press) {
-        XTestFakeKeyEvent(user->display(), XKeysymToKeycode(user->display(), sym), press, CurrentTime);
-    }
     // One key stroke with modifiers held, as a keyboard would send it.
     void key(KeySym sym, std::initializer_list<KeySym> mods = {}) {
-        for (KeySym m : mods) fakeKey(m, true);
-        fakeKey(sym, true);
-        fakeKey(sym, false);
-        for (auto it = std::rbegin(mods); it != std::rend(mods); ++it) fakeKey(*it, false);
-        XSync(user->display(), False);
+        user->tapKey(sym, mods);
         sync();
     }
     void type(const std::string& keys) {
         for (char c : keys) key(static_cast<KeySym>(c));
     }
     void releaseAll() {
-        for (KeySym m : {XK_Shift_L, XK_Control_L}) fakeKey(m, false);
-        XSync(user->display(), False);
+        for (KeySym m : {XK_Shift_L, XK_Control_L}) user->fakeKey(m, false);
     }
     KyPoint screen(const KyWidget* w, int x, int y) {
         const KyPoint origin = KyWidgetPlatformAdapter::clientOriginOnScreen(root->nativeHandle());

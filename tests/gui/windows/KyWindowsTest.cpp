@@ -63,15 +63,7 @@ struct Windows : kytest::GuiFixture {
         XTranslateCoordinates(d(), w, DefaultRootWindow(d()), x, y, &sx, &sy, &child);
         return {sx, sy};
     }
-    void key(KeySym sym, bool press) {
-        XTestFakeKeyEvent(d(), XKeysymToKeycode(d(), sym), press, CurrentTime);
-        XSync(d(), False);
-    }
-    void tap(KeySym sym, const std::vector<KeySym>& mods = {}) {
-        for (KeySym m : mods) key(m, true);
-        key(sym, true), key(sym, false);
-        for (KeySym m : mods) key(m, false);
-    }
+    void tap(KeySym sym, const std::vector<KeySym>& mods = {}) { user->tapKey(sym, mods); }
     void click(KyPoint screen, unsigned button = 1) {
         user->fakeMotion(screen.x, screen.y);
         user->fakeButton(button, true);
