@@ -96,10 +96,22 @@ void KyMenuBar::paintEvent(PaintEvent* event) {
         p->drawLine(0, height() - 1, width() - 1, height() - 1, s.hasBorderColor ? s.borderColor : kLine, 1);
     const KyFont font = resolveStyledFont();
     const KyColor text = s.hasTextColor ? s.textColor : kText;
+    // On a dark bar the open and hovered titles are tints of the text over the
+    // bar: the light blue of the default look would swallow light text.
+    auto tint = [&](double share) {
+        const KyColor& b = s.background;
+        auto mix = [share](int from, int to) { return static_cast<int>(from + (to - from) * share + 0.5); };
+        return KyColor(mix(b.red(), text.red()), mix(b.green(), text.green()), mix(b.blue(), text.blue()));
+    };
+    const KyColor& bar = s.background;
+    const bool darkBar = s.hasBackground && s.paintBackground &&
+                         bar.red() * 299 + bar.green() * 587 + bar.blue() * 114 < 128 * 1000;
+    const KyColor open = darkBar ? tint(0.22) : kOpen;
+    const KyColor hover = darkBar ? tint(0.12) : kHover;
     for (int i = 0; i < static_cast<int>(titleRects_.size()); ++i) {
         const KyRect r = titleRects_[i];
-        if (i == openIndex_) p->fillRoundedRect(r, 5, kOpen, kOpen, 0);
-        else if (i == getHoverIndex()) p->fillRoundedRect(r, 5, kHover, kHover, 0);
+        if (i == openIndex_) p->fillRoundedRect(r, 5, open, open, 0);
+        else if (i == getHoverIndex()) p->fillRoundedRect(r, 5, hover, hover, 0);
         p->drawText(r, menuAt(i)->title(), DrawTextFormat::AlignHCenter | DrawTextFormat::AlignVCenter, text, font);
     }
     paintChildren_(p, event->rect());
