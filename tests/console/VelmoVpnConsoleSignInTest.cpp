@@ -7,9 +7,8 @@
 
 #include <thread>
 
-#include "../support/KyTestConsoleLink.h"
+#include "../support/KyTestConsoleScreen.h"
 #include "../support/KyTestSecret.h"
-#include "../support/KyTestX11.h"
 
 namespace {
 
@@ -17,7 +16,7 @@ using kytest::Child;
 using kytest::MaskedSecret;
 using namespace std::chrono_literals;
 
-class ConsoleSignIn : public kytest::ConsoleLinkFixture {
+class ConsoleSignIn : public kytest::ConsoleScreenFixture {
 protected:
     /// Clicks into the top-most input field of the mapped top-level window of
     /// this size (the first row with a long run of the input background),
@@ -28,8 +27,7 @@ protected:
         const KyColor input(11, 24, 31);
         const auto deadline = std::chrono::steady_clock::now() + 30s;
         while (std::chrono::steady_clock::now() < deadline) {
-            XWindowAttributes a{};
-            const Window window = topLevel(width, height, a);
+            const Window window = findWindow(width, height);
             if (window) {
                 const std::vector<std::uint32_t> pixels = user_.pixels(window, {0, 0, width, height});
                 for (int y = 0; pixels.size() == static_cast<size_t>(width) * height && y < height; ++y) {
@@ -38,9 +36,7 @@ protected:
                         const std::uint32_t p = pixels[static_cast<size_t>(y) * width + x];
                         run = KyColor::fromRgb((p >> 16) & 0xff, (p >> 8) & 0xff, p & 0xff) == input ? run + 1 : 0;
                         if (run == width / 2) {
-                            user_.fakeMotion(a.x + x - run / 2, a.y + y + 4);
-                            user_.fakeButton(1, true);
-                            user_.fakeButton(1, false);
+                            clickAt(window, x - run / 2, y + 4);
                             return true;
                         }
                     }
@@ -50,25 +46,6 @@ protected:
         }
         return false;
     }
-
-    Window topLevel(int width, int height, XWindowAttributes& found) {
-        Display* d = user_.display();
-        Window root = 0, parent = 0, *children = nullptr;
-        unsigned count = 0;
-        if (!XQueryTree(d, DefaultRootWindow(d), &root, &parent, &children, &count)) return false;
-        Window match = 0;
-        for (unsigned i = 0; i < count && !match; ++i) {
-            XWindowAttributes a{};
-            if (!XGetWindowAttributes(d, children[i], &a) || a.map_state != IsViewable) continue;
-            if (a.width != width || a.height != height) continue;
-            found = a;
-            match = children[i];
-        }
-        if (children) XFree(children);
-        return match;
-    }
-
-    kytest::XUser user_;
 };
 
 TEST_F(ConsoleSignIn, FromTheKeyboardLeavingNoCopyOfARefusedPassword) {

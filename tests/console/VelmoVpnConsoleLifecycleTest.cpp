@@ -1,0 +1,173 @@
+// The console's life as a user meets it, end to end: the real console and
+// the real demo agent as child processes, a real tray (trayer) on the test's
+// private X server, input through XTEST and the screen read back. With no
+// agent the loading window animates for ever and "Logout" does nothing; a
+// remembered session goes straight to the console; closing the console
+// window leaves the process in the tray until "Quit", which asks a live
+// agent to stop; and the "VPNs" list selects and joins against the agent.
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <set>
+#include <vector>
+
+#include "../support/KyTestConsoleScreen.h"
+#include "core/io/KyFile.h"
+
+namespace {
+
+using kytest::Child;
+using namespace std::chrono_literals;
+
+enum TrayRow { kShow, kLogout, kQuit };
+
+class ConsoleLifecycle : public kytest::ConsoleScreenFixture {
+protected:
+    void SetUp() override {
+        if (::access(kTrayer, X_OK) != 0) GTEST_SKIP() << "no tray manager installed (trayer)";
+        ASSERT_TRUE(tray_.start(kTrayer, {"--edge", "top", "--align", "right", "--widthtype", "request", "--height", "24"}));
+    }
+    bool alive(Child& c) { return ::waitpid(c.pid(), nullptr, WNOHANG) == 0; }
+    /// Opens the tray icon's menu with a click and clicks one of its rows.
+    ::testing::AssertionResult pickFromTray(TrayRow row) {
+        Window icon = 0, menu = 0;
+        XWindowAttributes a{};
+        if (!until([&] { return (icon = findWindow(0, 0, "tray", &a)) != 0; })) return ::testing::AssertionFailure() << "no tray icon";
+        clickAt(icon, a.width / 2, a.height / 2);
+        if (!until([&] { return (menu = findWindow(0, 0, "menu", &a)) != 0; })) return ::testing::AssertionFailure() << "no menu";
+        clickAt(menu, a.width / 2, a.height * (2 * row + 1) / 6);  // three rows of one height
+        if (!until([&] { return !findWindow(0, 0, "menu"); })) return ::testing::AssertionFailure() << "menu stayed";
+        return ::testing::AssertionSuccess();
+    }
+    /// Signs in through the test's own link to the agent and waits for the console window.
+    Window signIn(Child& console) {
+        EXPECT_TRUE(user().loginUser("", "demo@velmo.net", "velmo-demo", 5000)) << user().lastError("loginUser");
+        EXPECT_TRUE(console.waitForError("shell: console", 30s)) << console.err();
+        Window w = 0;
+        until([&] { return (w = findWindow(1260, 820, "VELMO VPN Console")) != 0; });
+        return w;
+    }
+    /// How many pixels of r in window w have colour c.
+    int pixelsOf(Window w, const KyRect& r, KyColor c) {
+        int n = 0;
+        for (std::uint32_t p : user_.pixels(w, r)) n += KyColor::fromRgb(p) == c;
+        return n;
+    }
+    /// The row tiles of a list in area of the console window, top to bottom:
+    /// runs of a tile's fill down a column just inside the tiles' left edge.
+    std::vector<KyRect> tiles(Window w, const KyRect& area) {
+        const std::set<std::uint32_t> fills = {0x13242E, 0x162934, 0x172B36, 0x282D2D, 0x2E312E};
+        const std::vector<std::uint32_t> px = user_.pixels(w, area);
+        std::vector<int> perColumn(area.width);
+        for (size_t i = 0; i < px.size(); ++i) perColumn[i % area.width] += fills.count(px[i]);
+        const int most = *std::max_element(perColumn.begin(), perColumn.end());
+        int left = 0, right = area.width - 1;
+        while (left < right && perColumn[left] < most * 4 / 5) ++left;
+        while (right > left && perColumn[right] < most * 4 / 5) --right;
+        std::vector<KyRect> out;
+        for (int y = 0, top = -1; most > 0 && y <= area.height; ++y) {
+            const bool in = y < area.height && fills.count(px[size_t(y) * area.width + left + 4]);
+            if (in && top < 0) top = y;
+            if (!in && top >= 0 && y - top >= 30) out.push_back({area.x + left, area.y + top, right - left, y - top});
+            if (!in) top = -1;
+        }
+        return out;
+    }
+
+    static constexpr const char* kTrayer = "/usr/bin/trayer";
+    Child tray_;
+};
+
+TEST_F(ConsoleLifecycle, WithoutAnAgentTheLoadingWindowAnimatesAndLogoutDoesNothing) {
+    Child console;
+    ASSERT_TRUE(startConsole(console)) << console.err();
+    Window loading = 0;
+    ASSERT_TRUE(until([&] { return (loading = findWindow(340, 300, "VELMO VPN")) != 0; }));
+    std::set<std::vector<std::uint32_t>> frames;  // the dots (and ring) move: the picture keeps changing
+    EXPECT_TRUE(until([&] { return frames.insert(user_.pixels(loading, {0, 0, 340, 300})), frames.size() >= 4; }));
+
+    ASSERT_TRUE(pickFromTray(kLogout));
+    ASSERT_TRUE(pickFromTray(kQuit));  // runs after Logout: what Logout did is in the trail by then
+    EXPECT_EQ(console.finish(30s), 0) << console.err();
+    EXPECT_EQ(count(console.err(), "auth: "), 1u) << console.err();
+    EXPECT_EQ(console.err().find("shell: login"), std::string::npos) << console.err();
+    EXPECT_EQ(console.err().find("Requesting backend shutdown"), std::string::npos);
+}
+
+TEST_F(ConsoleLifecycle, ARememberedSessionOpensTheConsoleWithoutTheLoginWindow) {
+    Child first, agent, console;
+    ASSERT_TRUE(startAgent(first)) << first.err();
+    ASSERT_TRUE(user().loginUser("", "demo@velmo.net", "velmo-demo", 5000)) << user().lastError("loginUser");
+    ASSERT_TRUE(until([&] { return KyFile::exists(home_.path() + "/agent/session.json"); }));
+    ::kill(first.pid(), SIGTERM);
+    ASSERT_EQ(first.finish(30s), 0) << first.err();
+
+    ASSERT_TRUE(startBound(agent, console));  // the new agent restores the session the first one remembered
+    bool loginSeen = false;
+    EXPECT_TRUE(until([&] {
+        loginSeen = loginSeen || findWindow(440, 530, "VELMO VPN");
+        return findWindow(1260, 820, "VELMO VPN Console") != 0;
+    }));
+    EXPECT_FALSE(loginSeen);
+    EXPECT_EQ(console.err().find("shell: login"), std::string::npos) << console.err();
+}
+
+TEST_F(ConsoleLifecycle, ClosingHidesToTheTrayAndQuitEndsAskingOnlyALiveAgentToStop) {
+    struct Row { const char* name; bool killAgent; };
+    for (const Row& row : {Row{"agent alive", false}, Row{"agent killed first", true}}) {
+        SCOPED_TRACE(row.name);
+        Child agent, console;
+        ASSERT_TRUE(startBound(agent, console));
+        const Window window = signIn(console);
+        ASSERT_NE(window, 0u);
+        XEvent e{};  // what a window manager sends for the title bar's close button
+        e.xclient = {ClientMessage, 0, True, user_.display(), window, user_.atom("WM_PROTOCOLS"), 32, {}};
+        e.xclient.data.l[0] = long(user_.atom("WM_DELETE_WINDOW"));
+        XSendEvent(user_.display(), window, False, NoEventMask, &e);
+        XSync(user_.display(), False);
+        EXPECT_TRUE(until([&] { return !findWindow(1260, 820, "VELMO VPN Console"); }));
+        EXPECT_TRUE(alive(console));
+        EXPECT_NE(findWindow(0, 0, "tray"), 0u) << "the tray icon went with the window";
+
+        if (row.killAgent) agent.kill();
+        ASSERT_TRUE(pickFromTray(kQuit));
+        EXPECT_EQ(console.finish(30s), 0) << console.err();
+        EXPECT_EQ(console.err().find("WARNING: Backend shutdown request failed"), std::string::npos) << console.err();
+        if (row.killAgent) continue;
+        EXPECT_EQ(agent.finish(30s), 0) << "the agent was not asked to stop";
+        EXPECT_NE(agent.out().find("velmo-demo-agent stopped"), std::string::npos) << agent.out();
+    }
+}
+
+TEST_F(ConsoleLifecycle, AVpnRowSelectsLoadsItsUsersAndItsSwitchJoinsIt) {
+    Child agent, console;
+    ASSERT_TRUE(startBound(agent, console));
+    const Window w = signIn(console);
+    ASSERT_NE(w, 0u);
+    ASSERT_TRUE(console.waitForError("catalog: VPN catalog ready", 30s)) << console.err();
+    user_.fakeMotion(1599, 999);  // off the window: no row is hovered
+    const KyRect catalogArea{0, 100, 630, 600}, usersArea{630, 100, 630, 600};
+    std::vector<KyRect> rows;
+    ASSERT_TRUE(until([&] { return (rows = tiles(w, catalogArea)).size() >= 2; }));
+    EXPECT_TRUE(tiles(w, usersArea).empty());
+
+    const KyRect vpn = rows[1];
+    clickAt(w, vpn.x + 140, vpn.y + vpn.height / 2);
+    EXPECT_TRUE(console.waitForError("endpoints: VPN users ready", 30s)) << console.err();
+    user_.fakeMotion(1599, 999);
+    EXPECT_TRUE(until([&] { return !tiles(w, usersArea).empty(); })) << "no user rows appeared";
+
+    // The agent held still: the row pulses while the join is under way.
+    ASSERT_TRUE(kytest::stopOutsideCriticalSections(agent.pid(), domain_));
+    clickAt(w, vpn.x + vpn.width - 34, vpn.y + vpn.height / 2);
+    const KyColor joining(44, 40, 36), connected(22, 52, 48);
+    EXPECT_TRUE(until([&] { return pixelsOf(w, vpn, joining) > 20; })) << "no JOINING tag";
+    ::kill(agent.pid(), SIGCONT);
+    EXPECT_TRUE(console.waitForError("  |  Local VPN ", 30s)) << console.err();
+    EXPECT_TRUE(until([&] { return pixelsOf(w, vpn, connected) > 20 && pixelsOf(w, vpn, joining) == 0; }))
+        << "no CONNECTED tag";
+}
+
+}  // namespace
