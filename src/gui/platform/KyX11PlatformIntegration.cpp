@@ -176,6 +176,12 @@ std::unique_ptr<KyPlatformWindow> KyX11PlatformIntegration::createWindow(const K
     if (!id) throw std::runtime_error("Failed to create X11 window.");
     XSelectInput(display_, id, kWindowEventMask);
     XSetWMProtocols(display_, id, &wmDeleteWindow_, 1);
+    // The window takes the keyboard when the window manager hands it over.
+    XWMHints hints{};
+    hints.flags = InputHint | StateHint;
+    hints.input = True;
+    hints.initial_state = NormalState;
+    XSetWMHints(display_, id, &hints);
     GC gc = XCreateGC(display_, id, 0, nullptr);
     window->attach_(id, gc, KyPlatformSize{w, h});
     window->setTitle(title);

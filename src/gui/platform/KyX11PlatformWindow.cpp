@@ -43,6 +43,20 @@ void KyX11PlatformWindow::destroyNative_() {
 void KyX11PlatformWindow::show() {
     if (!display_ || !window_) return;
     XMapRaised(display_, window_);
+    if (!popup_) {
+        // A window the program shows is one the user is to work in: ask the
+        // window manager to give it the keyboard, as a window manager does for
+        // a window the user clicks. Without this a console that replaces its
+        // login window after a sign-in typed on the keyboard sits unfocused.
+        XEvent e{};
+        e.xclient.type = ClientMessage;
+        e.xclient.window = window_;
+        e.xclient.message_type = XInternAtom(display_, "_NET_ACTIVE_WINDOW", False);
+        e.xclient.format = 32;
+        e.xclient.data.l[0] = 1; // from an application
+        e.xclient.data.l[1] = CurrentTime;
+        XSendEvent(display_, DefaultRootWindow(display_), False, SubstructureRedirectMask | SubstructureNotifyMask, &e);
+    }
     XFlush(display_);
 }
 
@@ -97,6 +111,7 @@ void KyX11PlatformWindow::setBackground(std::uint32_t rgb) {
 void KyX11PlatformWindow::setPopup(bool popup) {
     if (!display_ || !window_) return;
     XSetWindowAttributes attributes{};
+    popup_ = popup;
     attributes.override_redirect = popup ? True : False;
     attributes.save_under = popup ? True : False;
     XChangeWindowAttributes(display_, window_, CWOverrideRedirect | CWSaveUnder, &attributes);

@@ -53,4 +53,5 @@ private:
     GC gc_ = nullptr;
     KyWindowCallbacks callbacks_;
     KyPlatformSize size_;
+    bool popup_ = false;
 };
