@@ -274,10 +274,10 @@ int runVelmoVpnConsole(int argc, char** argv) {
                 ui.emailField->setText(*email);
         }
         // 6.
+        velmoVpnConsoleApplyLoadingLabels(ui.loadingTitleLabel, ui.loadingStatusLabel, ui.loadingDetailLabel,
+                                          session.backendConnected, session.authStatus, session.loadingFrame);
+        // An agent of another account: its reason stands in the status line.
         setLabelText(ui.loadingStatusLabel, view.loadingStatusText);
-        setLabelText(ui.loadingTitleLabel, velmoVpnConsoleLoadingTitleText(session.backendConnected, session.authStatus));
-        setLabelText(ui.loadingDetailLabel,
-                     velmoVpnConsoleLoadingDetailText(session.backendConnected, session.authStatus));
         // 7.
         if (KyStatusBar* bar = consoleWindow.statusBar()) {
             setLabelText(ui.statusBarLabel, view.statusBarText);
