@@ -587,7 +587,9 @@ int runVelmoVpnConsole(int argc, char** argv) {
     browser.subscribeRegistryChanges_();
     browser.refreshNow();
 
-    // 9. The loading pulse touches the overlay's text and nothing else.
+    // 9. The loading pulse touches the status line and nothing else: the
+    // overlay's text, and the label under the ring that shows it, since the
+    // overlay only covers the ring.
     KyTimer loadingPulse;
     loadingPulse.setInterval(320);
     KyObject::connect(&loadingPulse, &KyTimer::timeout, [&] {
@@ -596,6 +598,8 @@ int runVelmoVpnConsole(int argc, char** argv) {
             const KyString text =
                 velmoVpnConsoleLoadingStatusText(session.backendConnected, session.authStatus, session.loadingFrame);
             if (ui.loadingOverlay->statusText() != text) ui.loadingOverlay->setStatusText(text);
+            // An untrusted agent's reason stays put; it has no dots.
+            if (!session.agentUntrusted || session.backendConnected) setLabelText(ui.loadingStatusLabel, text);
         }
     });
     loadingPulse.start();
