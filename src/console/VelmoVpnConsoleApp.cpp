@@ -296,10 +296,10 @@ int runVelmoVpnConsole(int argc, char** argv) {
                 ui.emailField->setText(*email);
         }
         // 6.
+        velmoVpnConsoleApplyLoadingLabels(ui.loadingTitleLabel, ui.loadingStatusLabel, ui.loadingDetailLabel,
+                                          session.backendConnected, session.authStatus, session.loadingFrame);
+        // An agent of another account: its reason stands in the status line.
         setLabelText(ui.loadingStatusLabel, view.loadingStatusText);
-        setLabelText(ui.loadingTitleLabel, velmoVpnConsoleLoadingTitleText(session.backendConnected, session.authStatus));
-        setLabelText(ui.loadingDetailLabel,
-                     velmoVpnConsoleLoadingDetailText(session.backendConnected, session.authStatus));
         // 7.
         if (KyStatusBar* bar = consoleWindow.statusBar()) {
             setLabelText(ui.statusBarLabel, view.statusBarText);
@@ -609,7 +609,9 @@ int runVelmoVpnConsole(int argc, char** argv) {
     browser.subscribeRegistryChanges_();
     browser.refreshNow();
 
-    // 9. The loading pulse touches the overlay's text and nothing else.
+    // 9. The loading pulse touches the status line and nothing else: the
+    // overlay's text, and the label under the ring that shows it, since the
+    // overlay only covers the ring.
     KyTimer loadingPulse;
     loadingPulse.setInterval(320);
     KyObject::connect(&loadingPulse, &KyTimer::timeout, [&] {
@@ -618,6 +620,8 @@ int runVelmoVpnConsole(int argc, char** argv) {
             const KyString text =
                 velmoVpnConsoleLoadingStatusText(session.backendConnected, session.authStatus, session.loadingFrame);
             if (ui.loadingOverlay->statusText() != text) ui.loadingOverlay->setStatusText(text);
+            // An untrusted agent's reason stays put; it has no dots.
+            if (!session.agentUntrusted || session.backendConnected) setLabelText(ui.loadingStatusLabel, text);
         }
     });
     loadingPulse.start();

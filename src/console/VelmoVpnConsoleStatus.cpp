@@ -1,6 +1,8 @@
 // Session words to decisions, texts and colours. See the header for the model.
 #include "console/VelmoVpnConsoleStatus.h"
 
+#include "gui/widgets/KyLabel.h"
+
 namespace {
 
 bool isPendingAuthWord_(const KyString& authStatus) {
@@ -102,6 +104,17 @@ KyString velmoVpnConsoleLoadingStatusText(bool connected, const KyString& authSt
     // Masking the two low bits keeps negative frames in 0..3 as well.
     text.append(std::string(static_cast<std::size_t>(frame & 3), '.'));
     return text;
+}
+
+void velmoVpnConsoleApplyLoadingLabels(KyLabel* title, KyLabel* status, KyLabel* detail, bool connected,
+                                       const KyString& authStatus, int frame) {
+    if (!title || !status || !detail) return;
+    const auto assign = [](KyLabel* label, const KyString& text) {
+        if (label->getText() != text) label->setText(text);
+    };
+    assign(title, velmoVpnConsoleLoadingTitleText(connected, authStatus));
+    assign(status, velmoVpnConsoleLoadingStatusText(connected, authStatus, frame));
+    assign(detail, velmoVpnConsoleLoadingDetailText(connected, authStatus));
 }
 
 KyString velmoVpnConsoleAuthStatusText(bool connected, const KyString& authStatus, const KyString& authError) {

@@ -8,15 +8,18 @@
 // last row of its table, so an agent that learns a new word never breaks the
 // console.
 //
-// Every function is pure and stateless. They are called from refreshSessionUi
-// on the main thread, many times a second, but nothing stops another thread
-// from calling them.
+// Every function is pure and stateless, except velmoVpnConsoleApplyLoadingLabels,
+// which writes the loading surface's labels and so runs on the GUI thread.
+// They are called from refreshSessionUi on the main thread, many times a
+// second, but nothing stops another thread from calling the pure ones.
 #pragma once
 
 #include <functional>
 
 #include "core/types/KyColor.h"
 #include "core/types/KyString.h"
+
+class KyLabel;
 
 /// The workspace server the console signs in to when the user gave none.
 KyString velmoVpnConsoleDefaultBaseUrl();
@@ -49,6 +52,11 @@ KyString velmoVpnConsoleLoadingDetailText(bool connected, const KyString& authSt
 /// The loading status line with frame & 3 dots behind it (frame 7 and -1 give
 /// three dots, as 3 does).
 KyString velmoVpnConsoleLoadingStatusText(bool connected, const KyString& authStatus, int frame);
+/// Puts the three loading texts into their labels, title, status and detail
+/// in that order, each only when it differs (an unchanged label neither
+/// repaints nor emits TextChanged). Does nothing when a label is missing.
+void velmoVpnConsoleApplyLoadingLabels(KyLabel* title, KyLabel* status, KyLabel* detail, bool connected,
+                                       const KyString& authStatus, int frame);
 
 /// The auth status line. Without the link it says so; otherwise a non-empty
 /// authError is shown verbatim and hides every status word.
