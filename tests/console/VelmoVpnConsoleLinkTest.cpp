@@ -64,14 +64,6 @@ TEST_F(ConsoleWithAgent, AWrongPasswordShowsTheAgentsErrorAndTheLoginShell) {
     EXPECT_EQ(console.finish(60s), 0) << console.err();
 }
 
-TEST_F(ConsoleWithAgent, SigtermEndsAnUnboundConsoleCleanly) {
-    kytest::Child console;
-    ASSERT_TRUE(startConsole(console)) << console.err();
-    ASSERT_EQ(::kill(console.pid(), SIGTERM), 0);
-    EXPECT_EQ(console.finish(60s), 0) << console.err();
-    EXPECT_EQ(console.err().find("Backend auto-connected"), std::string::npos);
-}
-
 TEST_F(ConsoleWithAgent, AnIndependentPeerCallsTheAgentAndHearsItsSignals) {
     kytest::Child agent;
     ASSERT_TRUE(startAgent(agent)) << agent.err();

@@ -39,44 +39,31 @@ protected:
     const kytest::ScopedEnv env_{{"HOME", home_.path().c_str()}, {"XDG_CONFIG_HOME", config_.path().c_str()}};
 };
 
-TEST_F(VelmoVpnConsoleLoginMemoryFile, WithoutAFileTheDefaultsApplyAndNothingIsWritten) {
+TEST_F(VelmoVpnConsoleLoginMemoryFile, DefaultsApplyUntilALoginIsStoredTrimmedAndBlanksStoreNothingOrTheDefault) {
+    VelmoVpnConsoleSession s = velmoVpnConsoleSessionAtStart();
     EXPECT_EQ(velmoVpnConsoleRememberedBaseUrl(), "https://workspace.velmo.net");
-    EXPECT_EQ(velmoVpnConsoleRememberedEmail(), "");
-    EXPECT_TRUE(velmoVpnConsoleRememberedEmailHistory().isEmpty());
-    const VelmoVpnConsoleSession s = velmoVpnConsoleSessionAtStart();
     EXPECT_EQ(s.baseUrl, "https://workspace.velmo.net");
-    EXPECT_EQ(s.rememberedEmail, "");
-    EXPECT_TRUE(s.emailHistory.isEmpty());
+    EXPECT_EQ(velmoVpnConsoleRememberedEmail() + s.rememberedEmail, "");
+    EXPECT_TRUE(velmoVpnConsoleRememberedEmailHistory().isEmpty() && s.emailHistory.isEmpty());
     EXPECT_EQ(s.authStatus, "logged_out");
-    EXPECT_FALSE(KyFile::exists(settingsPath()));
-}
+    velmoVpnConsoleRememberLoginIdentity("https://vpn.example.org", " \t\r\n");
+    EXPECT_FALSE(KyFile::exists(settingsPath())) << "a blank e-mail stores nothing";
 
-TEST_F(VelmoVpnConsoleLoginMemoryFile, ALoginIsStoredTrimmedInTheLoginGroupOfTheConsoleSettings) {
     velmoVpnConsoleRememberLoginIdentity("  https://vpn.example.org \n", " ann@example.org\t");
     const KyString text = fileText();
-    EXPECT_NE(text.indexOf("[login]"), KyString::npos) << text;
-    EXPECT_NE(text.indexOf("baseUrl=https://vpn.example.org\n"), KyString::npos) << text;
-    EXPECT_NE(text.indexOf("lastEmail=ann@example.org\n"), KyString::npos) << text;
-    EXPECT_NE(text.indexOf("emailHistory=ann@example.org\n"), KyString::npos) << text;
-
-    EXPECT_EQ(velmoVpnConsoleRememberedBaseUrl(), "https://vpn.example.org");
-    EXPECT_EQ(velmoVpnConsoleRememberedEmail(), "ann@example.org");
+    for (const char* line : {"[login]", "baseUrl=https://vpn.example.org\n", "lastEmail=ann@example.org\n",
+                             "emailHistory=ann@example.org\n"})
+        EXPECT_NE(text.indexOf(line), KyString::npos) << line << text;
     EXPECT_EQ(velmoVpnConsoleRememberedEmailHistory(), list({"ann@example.org"}));
-    const VelmoVpnConsoleSession s = velmoVpnConsoleSessionAtStart();
+    s = velmoVpnConsoleSessionAtStart();
     EXPECT_EQ(s.baseUrl, "https://vpn.example.org");
     EXPECT_EQ(s.rememberedEmail, "ann@example.org");
-}
 
-TEST_F(VelmoVpnConsoleLoginMemoryFile, ABlankEmailStoresNothingAndABlankBaseUrlStoresTheDefaultServer) {
-    velmoVpnConsoleRememberLoginIdentity("https://vpn.example.org", " \t\r\n");
-    EXPECT_FALSE(KyFile::exists(settingsPath()));
-
-    velmoVpnConsoleRememberLoginIdentity("https://first.example.org", "ann@example.org");
     velmoVpnConsoleRememberLoginIdentity("https://second.example.org", "");
-    EXPECT_EQ(velmoVpnConsoleRememberedBaseUrl(), "https://first.example.org");
-    // A blank base URL is stored as the default server.
+    EXPECT_EQ(velmoVpnConsoleRememberedBaseUrl(), "https://vpn.example.org");
+    EXPECT_EQ(velmoVpnConsoleRememberedEmail(), "ann@example.org");
     velmoVpnConsoleRememberLoginIdentity("   ", "ann@example.org");
-    EXPECT_NE(fileText().indexOf("baseUrl=https://workspace.velmo.net\n"), KyString::npos);
+    EXPECT_NE(fileText().indexOf("baseUrl=https://workspace.velmo.net\n"), KyString::npos) << "a blank URL stores the default";
 }
 
 TEST_F(VelmoVpnConsoleLoginMemoryFile, HistoryIsNewestFirstOneEntryPerAddressAndAtMostSeven) {

@@ -33,14 +33,10 @@ VelmoVpnConsoleSession linkedSession() {
 TEST(VelmoVpnConsoleAuthState, StoresEveryMemberAsItStands) {
     VelmoVpnConsoleSession s = linkedSession();
     const VelmoVpnConsoleSnapshotFollowUp f = velmoVpnConsoleApplyAuthState(s, kFullAuth);
-    EXPECT_EQ(s.authStatus, "ready");
-    EXPECT_EQ(s.baseUrl, "https://vpn.example.org");
-    EXPECT_EQ(s.sessionEmail, "ann@example.org");
-    EXPECT_EQ(s.displayName, "Ann");
-    EXPECT_EQ(s.workspaceId, "ws-7");
-    EXPECT_EQ(s.role, "admin");
-    EXPECT_EQ(s.activeHotspotId, "hs-2");
-    EXPECT_EQ(s.authError, "");
+    EXPECT_EQ(std::vector<KyString>({s.authStatus, s.baseUrl, s.sessionEmail, s.displayName, s.workspaceId, s.role,
+                                     s.activeHotspotId, s.authError}),
+              std::vector<KyString>({"ready", "https://vpn.example.org", "ann@example.org", "Ann", "ws-7", "admin",
+                                     "hs-2", ""}));
     EXPECT_TRUE(f.rememberIdentity);
     EXPECT_FALSE(f.focusPassword);
 }
@@ -141,18 +137,11 @@ TEST(VelmoVpnConsoleCatalogState, OnlyAReadyCatalogWithoutTheSelectionDropsIt) {
         s.endpointsJson.append(KyJsonObject{{"id", "dev-1"}});
         const VelmoVpnConsoleSnapshotFollowUp f = velmoVpnConsoleApplyCatalogState(s, r.json);
         EXPECT_EQ(f.selectionDropped, r.dropped);
-        if (r.dropped) {
-            EXPECT_EQ(s.inspectedHotspotId, "");
-            EXPECT_EQ(s.inspectedHotspotTitle, "");
-            EXPECT_EQ(s.endpointError, "");
-            EXPECT_EQ(s.endpointStatus, "idle");
-            EXPECT_TRUE(s.endpointsJson.isEmpty());
-        } else {
-            EXPECT_EQ(s.inspectedHotspotId, "hs-9");
-            EXPECT_EQ(s.inspectedHotspotTitle, "Lab");
-            EXPECT_EQ(s.endpointStatus, "ready");
-            EXPECT_EQ(s.endpointsJson.count(), 1);
-        }
+        const std::vector<KyString> kept = {"hs-9", "Lab", "ready"}, dropped = {"", "", "idle"};
+        EXPECT_EQ(std::vector<KyString>({s.inspectedHotspotId, s.inspectedHotspotTitle, s.endpointStatus}),
+                  r.dropped ? dropped : kept);
+        EXPECT_EQ(s.endpointsJson.count(), r.dropped ? 0 : 1);
+        EXPECT_TRUE(!r.dropped || s.endpointError.isEmpty());
     }
 }
 
@@ -200,13 +189,11 @@ TEST(VelmoVpnConsoleEndpointsState, StatusErrorAndActiveIdFollowTheCatalogRules)
     VelmoVpnConsoleSession s = linkedSession();
     s.activeHotspotId = "hs-2";
     velmoVpnConsoleApplyEndpointsState(s, R"({"status":"refreshing","error":"x","activeHotspotId":""})");
-    EXPECT_EQ(s.endpointStatus, "refreshing");
-    EXPECT_EQ(s.endpointError, "x");
-    EXPECT_EQ(s.activeHotspotId, "hs-2");
+    EXPECT_EQ(std::vector<KyString>({s.endpointStatus, s.endpointError, s.activeHotspotId}),
+              std::vector<KyString>({"refreshing", "x", "hs-2"}));
     velmoVpnConsoleApplyEndpointsState(s, R"({"status":"ready","activeHotspotId":"hs-5"})");
-    EXPECT_EQ(s.endpointStatus, "ready");
-    EXPECT_EQ(s.endpointError, "");
-    EXPECT_EQ(s.activeHotspotId, "hs-5");
+    EXPECT_EQ(std::vector<KyString>({s.endpointStatus, s.endpointError, s.activeHotspotId}),
+              std::vector<KyString>({"ready", "", "hs-5"}));
 }
 
 // --- link, sign-in, logout --------------------------------------------------
@@ -225,15 +212,11 @@ TEST(VelmoVpnConsoleBackendLoss, ResetsTheLinkButKeepsTheSessionWords) {
     s.catalogStatus = "ready";
 
     velmoVpnConsoleApplyBackendLost(s);
-    EXPECT_FALSE(s.backendConnected);
-    EXPECT_FALSE(s.tunOpen);
+    EXPECT_FALSE(s.backendConnected || s.tunOpen);
     EXPECT_EQ(s.wsState, 2);
-    EXPECT_EQ(s.remoteStatusText, "Disconnected");
     EXPECT_EQ(s.rxCount + s.txCount + s.dropCount, 0);
-    EXPECT_EQ(s.authStatus, "ready");
-    EXPECT_EQ(s.sessionEmail, "ann@example.org");
-    EXPECT_EQ(s.catalogStatus, "ready");
-    EXPECT_EQ(s.localVpnId, "hs-1");
+    EXPECT_EQ(std::vector<KyString>({s.remoteStatusText, s.authStatus, s.sessionEmail, s.catalogStatus, s.localVpnId}),
+              std::vector<KyString>({"Disconnected", "ready", "ann@example.org", "ready", "hs-1"}));
 
     const VelmoVpnConsoleSessionView v = velmoVpnConsoleSessionView(s);
     EXPECT_FALSE(v.ready);
@@ -300,12 +283,8 @@ TEST(VelmoVpnConsoleSessionView, TextsTonesAndStatusBarFollowTheSession) {
     velmoVpnConsoleApplyClientConfigState(s, "hs-1");
     s.loadingFrame = 2;
     v = velmoVpnConsoleSessionView(s);
-    EXPECT_TRUE(v.ready);
-    EXPECT_FALSE(v.loading);
-    EXPECT_TRUE(v.credentialsReadOnly);
-    EXPECT_EQ(v.authTone, 2);
-    EXPECT_EQ(v.catalogTone, 3);
-    EXPECT_EQ(v.endpointTone, 2);
+    EXPECT_TRUE(v.ready && !v.loading && v.credentialsReadOnly);
+    EXPECT_EQ(std::vector<int>({v.authTone, v.catalogTone, v.endpointTone}), std::vector<int>({2, 3, 2}));
     EXPECT_EQ(v.statusBarText, "Signed in  |  partial  |  VPN users ready  |  Local VPN hs-1");
     EXPECT_EQ(v.loadingStatusText, "Querying the VPN server..");
 
@@ -337,21 +316,23 @@ TEST(VelmoVpnConsoleSessionView, EmailFieldTakesTheSignedInOrTheRememberedAddres
 // --- shells -----------------------------------------------------------------
 
 TEST(VelmoVpnConsoleShells, ShellFollowsReadinessLoadingAndGrace) {
+    // Only the exact word "ready" with the link is ready; a pending word keeps the loading surface.
     struct Row { bool connected; const char* status; bool bootstrapDone; int shell; };
     const Row rows[] = {
         {false, "logged_out", false, 1}, {false, "logged_out", true, 1},   {false, "ready", true, 1},
         {true, "logged_out", false, 1},  {true, "logged_out", true, 0},    {true, "logging_out", true, 0},
         {true, "authenticating", true, 1}, {true, "restoring", true, 1},   {true, "reconnecting", true, 1},
         {true, "ready", false, 2},       {true, "ready", true, 2},         {true, "Ready", true, 0},
+        {false, "restoring", false, 1},  {true, "Ready", false, 1},        {true, "expired", true, 0},
+        {true, "", true, 0},             {true, " ready", true, 0},        {false, "reconnecting", true, 1},
     };
     for (const Row& r : rows) {
         SCOPED_TRACE(std::string(r.status) + (r.connected ? " linked" : " alone") + (r.bootstrapDone ? " late" : ""));
         EXPECT_EQ(velmoVpnConsoleShellFor(r.connected, r.status, r.bootstrapDone), r.shell);
     }
-    EXPECT_EQ(velmoVpnConsoleShellName(0), "login");
-    EXPECT_EQ(velmoVpnConsoleShellName(1), "loading");
-    EXPECT_EQ(velmoVpnConsoleShellName(2), "console");
-    EXPECT_EQ(velmoVpnConsoleShellName(3), "unknown");
+    EXPECT_EQ(std::vector<KyString>({velmoVpnConsoleShellName(0), velmoVpnConsoleShellName(1), velmoVpnConsoleShellName(2),
+                                     velmoVpnConsoleShellName(3)}),
+              std::vector<KyString>({"login", "loading", "console", "unknown"}));
 }
 
 TEST(VelmoVpnConsoleShells, ASessionWalksThroughTheShellsAndReportsEachChangeOnce) {
@@ -423,10 +404,8 @@ TEST(VelmoVpnConsoleTuckAway, ConsoleTucksAwayOnceForEachJoinedVpn) {
     VelmoVpnConsoleSession s = onVpn(" hs-2 ", "hs-1");
     VelmoVpnConsoleTuckAway t = velmoVpnConsoleApplyTuckAwayRule(s);
     EXPECT_TRUE(t.tuckAway);
-    EXPECT_EQ(t.hotspotId, "hs-2");
-    EXPECT_EQ(t.displayName, "Lab VPN");
-    EXPECT_EQ(t.notificationTitle, "VELMO VPN");
-    EXPECT_EQ(t.notificationText, "Connected to Lab VPN");
+    EXPECT_EQ(std::vector<KyString>({t.hotspotId, t.displayName, t.notificationTitle, t.notificationText}),
+              std::vector<KyString>({"hs-2", "Lab VPN", "VELMO VPN", "Connected to Lab VPN"}));
     EXPECT_FALSE(velmoVpnConsoleApplyTuckAwayRule(s).tuckAway) << "announced once only";
 
     // A change to the console shell while on the foreign VPN leaves it in the tray.

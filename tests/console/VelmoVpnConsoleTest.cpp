@@ -1,6 +1,7 @@
-// The console executable as a user starts it: it runs until SIGTERM and exits
-// 0, honours the crash words, reports a previous crash once at the next start,
-// and records a failed start in the two failure files. Every run gets its own
+// The console executable as a user starts it: it runs until SIGTERM or SIGINT
+// and exits 0, honours the crash words and the hiding words, records a failed
+// start in the two failure files, and reports a previous crash and a failed
+// start once at the next start. Every run gets its own
 // XDG state directory, so nothing touches the real home.
 #include <gtest/gtest.h>
 
@@ -54,25 +55,10 @@ protected:
     kytest::IpcDomain domain_{"console"};
 };
 
-TEST_F(VelmoVpnConsoleProcess, SigtermEndsTheConsoleWithExitCodeZero) {
-    kytest::Child console;
-    ASSERT_TRUE(startConsole(console)) << console.err();
-    EXPECT_NE(console.err().find("VELMO VPN native console started"), std::string::npos);
-    ASSERT_EQ(::kill(console.pid(), SIGTERM), 0);
-    EXPECT_EQ(console.finish(60s), 0) << console.err();
-}
-
-TEST_F(VelmoVpnConsoleProcess, BackgroundArgumentsStartHidden) {
-    for (const char* arg : {"--background", "--start_hidden", "--start-hidden", "--minimized"}) {
-        kytest::Child console;
-        ASSERT_TRUE(startConsole(console, {arg})) << arg << console.err();
-        ASSERT_TRUE(waitForLine(console, "Console started in background mode")) << arg;
-        ::kill(console.pid(), SIGINT);
-        EXPECT_EQ(console.finish(60s), 0) << arg;
-    }
-}
-
-TEST_F(VelmoVpnConsoleProcess, CrashWordCrashesAndTheNextStartReportsItOnce) {
+// A crash, then a failed start: the next start reports each once and ends
+// with exit code 0 on SIGTERM; the starts after it report nothing. Every
+// hiding word starts the console in the background.
+TEST_F(VelmoVpnConsoleProcess, CrashAndFailedStartAreReportedOnceAndEveryStartEndsCleanly) {
     {
         kytest::Child crashing;
         // The crash word counts in any position, but only as a whole argument.
@@ -80,25 +66,6 @@ TEST_F(VelmoVpnConsoleProcess, CrashWordCrashesAndTheNextStartReportsItOnce) {
         EXPECT_EQ(crashing.finish(60s), -1) << "the crash test must end by a signal";
     }
     EXPECT_FALSE(KyDir::entries(crashDir()).isEmpty());
-
-    std::string firstRun;
-    for (int run = 0; run < 2; ++run) {
-        kytest::Child console;
-        ASSERT_TRUE(startConsole(console)) << console.err();
-        ::kill(console.pid(), SIGTERM);
-        EXPECT_EQ(console.finish(60s), 0);
-        if (run == 0) firstRun = console.err();
-        else EXPECT_EQ(occurrences(console.err(), "The previous VELMO VPN Console session ended unexpectedly."), 0u);
-    }
-    EXPECT_EQ(occurrences(firstRun, "The previous VELMO VPN Console session ended unexpectedly."), 1u) << firstRun;
-
-    kytest::Child notACrashWord;
-    ASSERT_TRUE(startConsole(notACrashWord, {"--crash-test=1"})) << notACrashWord.err();
-    ::kill(notACrashWord.pid(), SIGTERM);
-    EXPECT_EQ(notACrashWord.finish(60s), 0);
-}
-
-TEST_F(VelmoVpnConsoleProcess, FailedStartWritesBothFilesAndIsReportedOnce) {
     kytest::Child failing;
     ASSERT_TRUE(failing.start(consoleBinary(), {}, env({"VELMO_CONSOLE_FAIL_AT_START=display went away"})));
     EXPECT_EQ(failing.finish(60s), 1);
@@ -113,17 +80,30 @@ TEST_F(VelmoVpnConsoleProcess, FailedStartWritesBothFilesAndIsReportedOnce) {
     ASSERT_TRUE(lines[3].startsWith("log="));
     const KyString logPath = lines[3].mid(4);
     EXPECT_TRUE(logPath.startsWith(crashDir() + "/VelmoVpnConsole_startup_"));
-
     KyString log;
     ASSERT_TRUE(KyFile::readAll(logPath, log, nullptr));
     EXPECT_EQ(log, "VelmoVpnConsole startup failure\n" + lines[0] + "\nstage=opening\nmessage=display went away\n");
 
-    kytest::Child next;
-    ASSERT_TRUE(startConsole(next)) << next.err();
-    ::kill(next.pid(), SIGTERM);
-    EXPECT_EQ(next.finish(60s), 0);
-    EXPECT_EQ(occurrences(next.err(), "The previous VELMO VPN Console launch failed during opening."), 1u) << next.err();
-    EXPECT_NE(next.err().find("Reason: display went away"), std::string::npos);
+    const char* const crashed = "The previous VELMO VPN Console session ended unexpectedly.";
+    const char* const failed = "The previous VELMO VPN Console launch failed during opening.";
+    // A start in the background shows no reports, so the first start is a plain one.
+    struct Run { std::vector<std::string> args; int signal; std::size_t reports; };
+    const Run runs[] = {{{}, SIGTERM, 1}, {{"--crash-test=1", "--start-hidden"}, SIGINT, 0},
+                        {{"--background"}, SIGTERM, 0}, {{"-minimized"}, SIGTERM, 0}};
+    for (const Run& run : runs) {
+        SCOPED_TRACE(run.args.empty() ? "plain" : run.args.back());
+        kytest::Child console;
+        ASSERT_TRUE(startConsole(console, run.args)) << console.err();
+        EXPECT_NE(console.err().find("VELMO VPN native console started"), std::string::npos);
+        if (!run.args.empty()) {
+            ASSERT_TRUE(waitForLine(console, "Console started in background mode"));
+        }
+        ASSERT_EQ(::kill(console.pid(), run.signal), 0);
+        EXPECT_EQ(console.finish(60s), 0) << console.err();
+        EXPECT_EQ(occurrences(console.err(), crashed), run.reports) << console.err();
+        EXPECT_EQ(occurrences(console.err(), failed), run.reports) << console.err();
+        EXPECT_EQ(console.err().find("Reason: display went away") != std::string::npos, run.reports == 1);
+    }
     EXPECT_FALSE(KyFile::exists(crashDir() + "/last_startup_failure.txt"));
 }
 

@@ -1,19 +1,16 @@
 // The demo agent as a console meets it: the real velmo-demo-agent executable
 // in a child process, reached through the agent's signals and remote methods
 // in a domain of this run's own, with its session in a temporary directory.
-// Every shared object that the run made is removed at the end.
+// Every shared object that a test made is removed at its end.
 #include <signal.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
 #include <memory>
-#include <set>
 #include <vector>
 
+#include "../support/KyTestIpc.h"
 #include "../support/KyTestLoop.h"
 #include "../support/KyTestProcess.h"
 #include "core/io/KyFile.h"
@@ -32,55 +29,6 @@ KyString agentPath() {
     // The helpers live in <build>/tests/helpers, the tools in <build>/tools.
     return kytest::helperPath("../../tools/velmo-demo-agent");
 }
-
-/// Shared objects of every domain used by this process, removed when the run ends.
-class SharedObjectSweeper : public ::testing::Environment {
-public:
-    static SharedObjectSweeper& instance() {
-        static SharedObjectSweeper* sweeper = [] {
-            auto* s = new SharedObjectSweeper;
-            ::testing::AddGlobalTestEnvironment(s);
-            return s;
-        }();
-        return *sweeper;
-    }
-    KyString newDomain() {
-        static std::atomic<int> counter{0};
-        const KyString domain = KyString::format("velmo-demo-test-%d-%d", static_cast<int>(::getpid()), ++counter);
-        domains_.push_back(domain);
-        return domain;
-    }
-    void addPid(pid_t pid) { pids_.insert(pid); }
-    void TearDown() override {
-        pids_.insert(::getpid());
-        const char* signals[] = {"logLine",         "stats",          "tunState",
-                                 "wsState",         "clientConfigState", "assignedNetworkState",
-                                 "authState",       "vpnCatalogState", "vpnEndpointsState",
-                                 "__config__|VelmoVpnAgent"};
-        KyList<KyString> methods = VelmoDemoWorkspace::methodNames();
-        methods.append("system/saveAsFactory");
-        methods.append("system/resetFactory");
-        for (const KyString& domain : domains_) {
-            for (const char* s : signals) ::shm_unlink(ky::ipc::detail::make_shm_name(domain, kObject, s).c_str());
-            for (const KyString& m : methods) {
-                ::shm_unlink(ky::ipc::detail::make_shm_name(domain, kObject, "__rpc__|100|" + m).c_str());
-                for (pid_t pid : pids_)
-                    ::shm_unlink(ky::ipc::detail::make_shm_name(
-                                     domain, kObject, "__rpc_ret__|100|" + m + "|" + KyString::number(pid))
-                                     .c_str());
-            }
-            ::shm_unlink(ky::ipc::detail::make_shm_name(domain, "__ky_ipc__", "__registryChanged__").c_str());
-            const KyString suffix = ky::ipc::detail::sanitizeRegistrySuffix_(domain);
-            ::shm_unlink(("/ky_ipc_registry_" + suffix).c_str());
-            ::shm_unlink(("/ky_ipc_subs_" + suffix).c_str());
-        }
-        for (pid_t pid : pids_) ::shm_unlink(("/ky_ipc_dispatch_tbl_v1_" + std::to_string(pid)).c_str());
-    }
-
-private:
-    std::vector<KyString> domains_;
-    std::set<pid_t> pids_;
-};
 
 /// What the agent's signals said last, as a console would keep it.
 struct AgentView {
@@ -101,7 +49,6 @@ class DemoAgent : public kytest::LoopFixture {
 protected:
     void SetUp() override {
         kytest::LoopFixture::SetUp();
-        domain = SharedObjectSweeper::instance().newDomain();
         registry.domain = domain;
     }
     void TearDown() override {
@@ -116,7 +63,7 @@ protected:
         args.insert(args.end(), extra.begin(), extra.end());
         agent = std::make_unique<kytest::Child>();
         if (!agent->start(agentPath(), args)) return false;
-        SharedObjectSweeper::instance().addPid(agent->pid());
+        ipc.trackPid(static_cast<uint32_t>(agent->pid()));
         return agent->waitForText("velmo-demo-agent ready", kStartDeadline);
     }
 
@@ -156,8 +103,10 @@ protected:
         return false;
     }
 
+    // Its own domain; at the end nothing a gone agent made may be left in it.
+    kytest::IpcDomain ipc{"demo-agent"};
+    const KyString domain = ipc.name();
     kytest::TempDir dir;
-    KyString domain;
     ky::ipc::Registry registry{KyString(), kObject};
     std::unique_ptr<kytest::Child> agent;
     std::vector<std::shared_ptr<void>> signals;
