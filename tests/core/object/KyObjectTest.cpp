@@ -8,9 +8,7 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "core/io/KyDebug.h"
