@@ -227,7 +227,8 @@ TEST_F(KyIoDispatcherRemoval, DroppedPostRearmsTheWatch) {
     EXPECT_EQ(offered.load(), 2);
 }
 
-TEST_F(KyIoDispatcherErrors, BadRequestsAreRefusedWithZero) {
+TEST_F(KyIoDispatcherErrors, BadRequestsAreRefusedWithZeroAndTheWarningThatNamesWhy) {
+    kytest::LogCapture log;
     auto handler = [](int, uint32_t) {};
     EXPECT_EQ(dispatcher.watchFd(-1, KyIoDispatcher::Readable, loop.dispatcher(), handler), 0);
     EXPECT_EQ(dispatcher.watchFd(p.r, KyIoDispatcher::Readable, loop.dispatcher(), nullptr), 0);
@@ -239,11 +240,22 @@ TEST_F(KyIoDispatcherErrors, BadRequestsAreRefusedWithZero) {
     unlink(path);
     EXPECT_EQ(dispatcher.watchFd(file, KyIoDispatcher::Readable, loop.dispatcher(), handler), 0);
     close(file);
+    EXPECT_EQ(log.count("Cannot watch descriptor"), 1);
     const int id = dispatcher.watchFd(p.r, KyIoDispatcher::Readable, loop.dispatcher(), handler);
     EXPECT_NE(id, 0);
     EXPECT_EQ(dispatcher.watchFd(p.r, KyIoDispatcher::Readable, loop.dispatcher(), handler), 0);
+    EXPECT_EQ(log.count("is watched already"), 1);
     EXPECT_FALSE(dispatcher.unwatch(id + 1000));
     EXPECT_EQ(dispatcher.watchCount(), 1);
+    // A descriptor closed before its unwatch, its number taken again: epoll no
+    // longer knows it, which is no reason for a warning.
+    auto closed = std::make_unique<Pipe>();
+    const int closedId = dispatcher.watchFd(closed->r, KyIoDispatcher::Readable, loop.dispatcher(), handler);
+    ASSERT_NE(closedId, 0);
+    closed.reset();
+    Pipe renumbered;
+    EXPECT_TRUE(dispatcher.unwatch(closedId));
+    EXPECT_EQ(log.count("Cannot remove descriptor"), 0);
 }
 
 TEST_F(KyIoDispatcherLifetime, FunctionsThatOutliveTheDispatcherDoNothing) {
