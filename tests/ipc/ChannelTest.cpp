@@ -2,12 +2,10 @@
 // coalesced passes, queue limits and order, fault isolation, and what a
 // drained message leaves in shared memory.
 #include <signal.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 
 #include "core/runtime/KyCoreApplication.h"
 #include "ipc/LoopPoller.h"

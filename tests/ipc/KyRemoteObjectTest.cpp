@@ -225,7 +225,7 @@ struct RemoteObjectTest : kytest::LoopFixture {
 
 }  // namespace
 
-TEST_F(RemoteObjectTest, ARelativeRootIsTakenFromTheCurrentFolder) {
+TEST_F(RemoteObjectTest, ARelativeRootIsTakenFromTheCurrentFolderAndAPendingSaveIsWrittenOnDestruction) {
     const std::string cwd = KyDir::currentPath().toStdString();
     std::string up;  // from the current folder back to "/", then down to the test's root
     for (char c : cwd) up += c == '/' ? "../" : "";
@@ -233,9 +233,13 @@ TEST_F(RemoteObjectTest, ARelativeRootIsTakenFromTheCurrentFolder) {
     KyRemoteObject::setDefaultConfigRoot(relative);
     auto object = make();
     EXPECT_EQ(object->userConfigPath(), KyDir::currentPath() + "/" + relative + "/user/" + domain.name() + "_velnet_gui.json");
-    object->setConfigValue("k", KyJsonValue(1));
+    for (const char* layer : {"/global", "/local", "/user"}) EXPECT_TRUE(KyDir::exists(root + layer)) << layer;
+    object->setConfigValue("ui/theme", KyJsonValue("blue"));
+    EXPECT_TRUE(object->hasPendingSave());
+    EXPECT_FALSE(KyFileInfo(userPath()).exists()) << "the save waits for its delay";
+    // A pending save is written when the object is destroyed.
     object.reset();
-    EXPECT_EQ(readJsonFile(userPath()), json(R"({"k":1})"));
+    EXPECT_EQ(readJsonFile(userPath()), json(R"({"ui":{"theme":"blue"}})"));
 }
 
 TEST_F(RemoteObjectTest, LayersMergeUserOverLocalOverGlobal) {
@@ -364,16 +368,6 @@ TEST_F(RemoteObjectTest, BurstOfChangesMakesOneWrite) {
     }
     ::close(watch);
     EXPECT_EQ(renames, 1);
-}
-
-TEST_F(RemoteObjectTest, PendingSaveIsWrittenWhenTheObjectIsDestroyed) {
-    auto object = make();
-    for (const char* layer : {"/global", "/local", "/user"}) EXPECT_TRUE(KyDir::exists(root + layer)) << layer;
-    object->setConfigValue("ui/theme", KyJsonValue("blue"));
-    EXPECT_TRUE(object->hasPendingSave());
-    EXPECT_FALSE(KyFileInfo(userPath()).exists()) << "the save waits for its delay";
-    object.reset();
-    EXPECT_EQ(readJsonFile(userPath()), json(R"({"ui":{"theme":"blue"}})"));
 }
 
 TEST_F(RemoteObjectTest, ResetFactoryRemovesUserFileAndLeavesGlobalPlusLocal) {
@@ -508,7 +502,7 @@ TEST_F(RemoteObjectPeers, TwoProcessesShareChangesAndEachWritesItsOwnUserFile) {
     EXPECT_EQ(a.out().find("remote " + instanceIdOf(a)), std::string::npos) << "its own echo is ignored";
 }
 
-TEST_F(RemoteObjectPeers, UserOverrideSurvivesARestart) {
+TEST_F(RemoteObjectPeers, UserOverrideSurvivesARestartAndFactoryMethodsAnswerOverRpc) {
     {
         kytest::Child first;
         ASSERT_TRUE(start(first, "a")) << first.out() << first.err();
@@ -518,19 +512,11 @@ TEST_F(RemoteObjectPeers, UserOverrideSurvivesARestart) {
     }
     EXPECT_EQ(readJsonFile(userFileOf("a")), json(R"({"ui":{"theme":"blue"}})"));
 
-    kytest::Child second;
-    ASSERT_TRUE(start(second, "a")) << second.out() << second.err();
-    EXPECT_NE(second.out().find(R"({"ui":{"theme":"blue"}})"), std::string::npos) << second.out();
-    ASSERT_TRUE(second.writeInput("get ui/theme\n"));
-    EXPECT_TRUE(second.waitForText("value ui/theme \"blue\"\n", 20s)) << second.out();
-    EXPECT_TRUE(stop(second)) << second.out() << second.err();
-}
-
-TEST_F(RemoteObjectPeers, FactoryMethodsAnswerOverRpc) {
     kytest::Child peer;
     ASSERT_TRUE(start(peer, "a")) << peer.out() << peer.err();
-    ASSERT_TRUE(peer.writeInput("set ui/theme \"blue\"\n"));
-    ASSERT_TRUE(peer.waitForText("set ui/theme\n", 20s)) << peer.out();
+    EXPECT_NE(peer.out().find(R"({"ui":{"theme":"blue"}})"), std::string::npos) << peer.out();
+    ASSERT_TRUE(peer.writeInput("get ui/theme\n"));
+    EXPECT_TRUE(peer.waitForText("value ui/theme \"blue\"\n", 20s)) << peer.out();
     for (const char* method : {"system/saveAsFactory", "system/resetFactory"}) {
         domain.track("velnet/gui", ky::ipc::rpcRequestQueueName(method));
         domain.track("velnet/gui", ky::ipc::rpcResponseQueueName(method, static_cast<uint32_t>(getpid())));
@@ -544,7 +530,7 @@ TEST_F(RemoteObjectPeers, FactoryMethodsAnswerOverRpc) {
 
     ky::ipc::RpcMethodClient<bool> resetFactory(domain.name(), "velnet/gui", "system/resetFactory", "test");
     EXPECT_TRUE(resetFactory.call(20000)) << resetFactory.lastError().toStdString();
-    ASSERT_TRUE(peer.writeInput("get ui/theme\n"));
-    EXPECT_TRUE(peer.waitForText("value ui/theme \"blue\"\n", 20s)) << "the factory state stays" << peer.out();
+    ASSERT_TRUE(peer.writeInput("get ui\n"));
+    EXPECT_TRUE(peer.waitForText("value ui {\"theme\":\"blue\"}\n", 20s)) << "the factory state stays" << peer.out();
     EXPECT_TRUE(stop(peer)) << peer.out() << peer.err();
 }

@@ -4,7 +4,6 @@
 // framework process never made; the sweep is the one a process runs when it
 // opens the domain.
 #include <signal.h>
-#include <sys/wait.h>
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,5 @@
 // Settings layer: the text format, groups and typed values, what survives a
 // reload in a new object, corrupt files, and saves killed half-way by SIGKILL.
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <random>
 #include <thread>

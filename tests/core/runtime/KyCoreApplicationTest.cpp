@@ -6,8 +6,6 @@
 #include <signal.h>
 
 #include <atomic>
-#include <chrono>
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -130,18 +128,6 @@ TEST_F(CoreApplicationLoop, ExecEndsAtItsTimeLimitOrByExitFromAnotherThreadOrQui
     }).join();
 }
 
-TEST_F(CoreApplicationLoop, WaitOfZeroArmsTheTimerAndReturns) {
-    std::atomic<bool> done{false};
-    std::thread waiter([&] {
-        app->waitForWork_(0);
-        done = true;
-    });
-    const bool returned = kytest::waitUntil([&done] { return done.load(); });
-    if (!returned) app->wakeUp();
-    waiter.join();
-    EXPECT_TRUE(returned);
-}
-
 TEST_F(CoreApplicationLoop, StepAnswersTellWhenToLookAgain) {
     EXPECT_EQ(app->processTimers(), KyCoreApplication::kNoTimerMicroseconds);
     EXPECT_EQ(app->processTimers(), 2147483647);
@@ -156,7 +142,17 @@ TEST_F(CoreApplicationLoop, StepAnswersTellWhenToLookAgain) {
     EXPECT_EQ(app->processEvent(false), -1);
 }
 
-TEST_F(CoreApplicationLoop, UnboundedWaitOrWaitIfIdleIsEndedByAPostFromAnotherThread) {
+TEST_F(CoreApplicationLoop, WaitOfZeroReturnsAndUnboundedWaitOrWaitIfIdleIsEndedByAPostFromAnotherThread) {
+    std::atomic<bool> done{false};
+    std::thread waiter([&] {
+        app->waitForWork_(0);
+        done = true;
+    });
+    const bool returned = kytest::waitUntil([&done] { return done.load(); });
+    if (!returned) app->wakeUp();
+    waiter.join();
+    EXPECT_TRUE(returned);
+
     std::thread first([this] { app->postEvent([] {}); });
     app->waitForWork_(-1);
     first.join();
@@ -236,11 +232,11 @@ TEST_F(CoreApplicationEvents, EventsForADeadReceiverOrADeadLoopAreDeletedUndeliv
     EXPECT_TRUE(alive.seen.empty());
 }
 
-TEST_F(CoreApplicationEvents, FiltersRunApplicationFirstThenReceiverNewestFirst) {
+TEST_F(CoreApplicationEvents, FiltersRunApplicationFirstThenReceiverNewestFirstAndAStoppingOneEndsDelivery) {
     Recorder receiver;
     std::vector<std::string> log;
     NamedFilter appOld("app-old", &log, false), appNew("app-new", &log, false);
-    NamedFilter own1("own-1", &log, false), own2("own-2", &log, false);
+    NamedFilter own1("own-1", &log, false), own2("own-2", &log, false), stopper("stopper", &log, true);
     app->installEventFilter(&appOld);
     app->installEventFilter(&appNew);
     receiver.installEventFilter(&own1);
@@ -253,28 +249,24 @@ TEST_F(CoreApplicationEvents, FiltersRunApplicationFirstThenReceiverNewestFirst)
     EXPECT_FALSE(e.inDelivery());
     app->removeEventFilter(&appOld);
     app->removeEventFilter(&appNew);
-}
 
-TEST_F(CoreApplicationEvents, AStoppingFilterAcceptsTheEventAndEndsDelivery) {
-    Recorder receiver;
-    std::vector<std::string> log;
-    NamedFilter stopper("stopper", &log, true), later("later", &log, false);
-    receiver.installEventFilter(&later);
+    // A stopping filter accepts the event; nothing behind it sees it.
+    log.clear();
     receiver.installEventFilter(&stopper);
-    CountedEvent e("x", nullptr);
-    EXPECT_TRUE(KyCoreApplication::sendEvent(&receiver, &e));
-    EXPECT_TRUE(e.isAccepted());
+    CountedEvent stopped("y", nullptr);
+    EXPECT_TRUE(KyCoreApplication::sendEvent(&receiver, &stopped));
+    EXPECT_TRUE(stopped.isAccepted());
     EXPECT_EQ(log, std::vector<std::string>{"stopper"});
-    EXPECT_TRUE(receiver.seen.empty());
+    EXPECT_EQ(receiver.seen, std::vector<std::string>{"x"});
 
     // A filter that died is skipped.
     auto* gone = new NamedFilter("gone", &log, true);
     Recorder other;
     other.installEventFilter(gone);
     delete gone;
-    CountedEvent f("y", nullptr);
+    CountedEvent f("z", nullptr);
     EXPECT_TRUE(app->notify(&other, &f));
-    EXPECT_EQ(other.seen, std::vector<std::string>{"y"});
+    EXPECT_EQ(other.seen, std::vector<std::string>{"z"});
     EXPECT_FALSE(app->notify(nullptr, &f));
     EXPECT_FALSE(app->notify(&other, nullptr));
 }

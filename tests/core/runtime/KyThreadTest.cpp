@@ -7,7 +7,6 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <chrono>
 #include <mutex>
 #include <stdexcept>
 #include <thread>

@@ -6,7 +6,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <functional>
-#include <limits>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
