@@ -52,6 +52,10 @@ KyString windowCss() {
         "PopupList { background-color: rgb(16, 31, 40); border-color: rgb(56, 84, 94); border-width: 1px;"
         " border-radius: 8px; color: rgb(216, 225, 228); font-size: 13px; highlight-background-color: rgb(94, 70, 44);"
         " highlight-color: rgb(246, 238, 228); disabled-color: rgb(96, 112, 118); separator-color: rgb(47, 72, 82); }"
+        // Tool tips (a row's detail, a range rule's hint) are small dark cards
+        // like the menus, not the toolkit's white box.
+        "Popup { background-color: rgb(22, 40, 49); border-color: rgb(56, 84, 94); border-width: 1px;"
+        " border-radius: 6px; color: rgb(216, 225, 228); }"
         // The e-mail suggestions open as a small card under the field.
         "KyPopupList#completerPopup { background-color: rgb(16, 31, 40); border-color: rgb(47, 72, 82); border-width: 1px;"
         " border-radius: 12px; color: rgb(216, 225, 228); font-size: 13px; padding: 6px 12px; }"

@@ -21,6 +21,7 @@
 #include "gui/platform/KyWidgetPlatformAdapter.h"
 #include "gui/widgets/KyBoxLayout.h"
 #include "gui/widgets/KyMenu.h"
+#include "gui/widgets/KyToolTip.h"
 // Last: it brings Xlib's macros.
 #include "../support/KyTestX11.h"
 
@@ -202,6 +203,23 @@ TEST_F(VpnsPage, SwitchPixelsShowOnOffAndGreyed) {
     refresh();
     settle();
     EXPECT_TRUE(shows(ui.endpointView, 0, false)) << "not interactive: the same switch is greyed";
+}
+
+TEST_F(VpnsPage, ARowsToolTipIsADarkCardLikeTheMenus) {
+    const KyPoint p = at(ui.endpointView, 0, false);
+    const KyPoint o = KyWidgetPlatformAdapter::clientOriginOnScreen(root->nativeHandle());
+    user->fakeMotion(o.x + p.x, o.y + p.y);
+    ASSERT_TRUE(runUntil([&] { return !ui.endpointView->getToolTips().isEmpty(); }));
+    // The pointer rests there; a console window hands each move to the tip (the bare test window does not).
+    KyToolTip::handleMouseMove_(root, nullptr, p.x, p.y);
+    ASSERT_TRUE(runUntil([] { return KyToolTip::instance()->isShown(); }));
+    const KyRect r = KyToolTip::instance()->popup()->rootRect();
+    // Inside the border, left of the text: the box's own fill as the server shows it.
+    auto dark = [&] {
+        const auto px = user->pixels(window->id(), {r.x + 3, r.y + r.height / 2, 1, 1});
+        return !px.empty() && KyColor::fromRgb(px[0]) == KyColor(22, 40, 49);
+    };
+    EXPECT_TRUE(runUntil(dark)) << "the toolkit's white box came back";
 }
 
 TEST_F(VpnsPage, TheBadgeGlyphFallsBackWhereTheServerLacksTheEmojiFace) {
