@@ -1,8 +1,7 @@
 // The user's road through the console's windows, played through the X server:
 // the loading window, then the login form, typed into and sent from the
 // keyboard, a refused password leaving no copy of itself behind, and the
-// console shell after the right one; without an agent, the loading line's
-// dots keep running. The real console and demo agent run as
+// console shell after the right one. The real console and demo agent run as
 // child processes on the test's private X server.
 #include <X11/keysym.h>
 
@@ -48,33 +47,7 @@ protected:
         }
         return false;
     }
-
-    /// The right end of the accent-coloured status line under the loading
-    /// ring (the lower half of the 340x300 window), or -1 before it is drawn.
-    int loadingStatusEnd() {
-        const Window window = findWindow(340, 300);
-        if (!window) return -1;
-        const std::vector<std::uint32_t> pixels = user_.pixels(window, {0, 150, 340, 150});
-        int end = -1;
-        for (size_t i = 0; i < pixels.size(); ++i)
-            if (pixels[i] == 0xdc9a54) end = std::max(end, static_cast<int>(i % 340));
-        return end;
-    }
 };
-
-TEST_F(ConsoleSignIn, WithoutAnAgentTheLoadingLineKeepsCountingItsDots) {
-    Child console;
-    ASSERT_TRUE(startConsole(console)) << console.err();
-    // The line grows and shrinks by its dots: two different ends are seen.
-    int first = -1, other = -1;
-    const auto deadline = std::chrono::steady_clock::now() + 30s;
-    while ((first < 0 || other < 0 || other == first) && std::chrono::steady_clock::now() < deadline) {
-        (first < 0 ? first : other) = loadingStatusEnd();
-        std::this_thread::sleep_for(50ms);
-    }
-    EXPECT_GE(first, 0);
-    EXPECT_NE(first, other);
-}
 
 TEST_F(ConsoleSignIn, FromTheKeyboardLeavingNoCopyOfARefusedPassword) {
     Child agent, console;
