@@ -147,15 +147,15 @@ int runVelmoVpnConsole(int argc, char** argv) {
 
     // The loading window is the first one the user sees whatever happens
     // next. On a plain start, with no report of the last run to show before
-    // it, it goes up now in the page colour, is painted as soon as its own
-    // widgets stand, and the console's pages are built behind it.
+    // it, it goes up now in the page colour (the server maps it while its
+    // widgets are built), is painted as soon as they stand, and the console's
+    // pages are built behind it.
     const KyList<VelmoVpnConsoleReportBox> lastRunReports =
         startHidden ? KyList<VelmoVpnConsoleReportBox>() : VelmoVpnConsoleFailure::takeLastReportBoxes();
     const bool loadingFirst = !startHidden && lastRunReports.isEmpty();
     if (loadingFirst) {
         loadingWindow.setStyleSheet(VelmoVpnConsoleStyle::windowCss());
         velmoVpnConsoleShowLoadingShell(consoleWindow, &loginWindow, &loadingWindow, nullptr);
-        app.paintPending();
     }
 
     // 5. Every widget, once.

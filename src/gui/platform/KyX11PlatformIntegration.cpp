@@ -107,20 +107,22 @@ void KyX11PlatformIntegration::initialize(KyGuiApplication* application) {
     // would click it again and again.
     XkbSetDetectableAutoRepeat(display_, True, nullptr);
     screen_ = DefaultScreen(display_);
-    // One round trip for all six: start-up waits on each one. "WM_PROTOCOLS"
-    // rides along so that XSetWMProtocols finds it in Xlib's atom cache.
+    // One round trip for all of them: start-up waits on each one.
+    // "WM_PROTOCOLS" rides along so that XSetWMProtocols finds it in Xlib's
+    // atom cache.
     char* names[] = {const_cast<char*>("WM_DELETE_WINDOW"), const_cast<char*>("CLIPBOARD"),
                      const_cast<char*>("TARGETS"),          const_cast<char*>("UTF8_STRING"),
                      const_cast<char*>("TEXT"),             const_cast<char*>("KY_INTERNAL_CLIPBOARD"),
-                     const_cast<char*>("WM_PROTOCOLS")};
-    Atom atoms[7] = {};
-    XInternAtoms(display_, names, 7, False, atoms);
+                     const_cast<char*>("WM_PROTOCOLS"),     const_cast<char*>("_NET_ACTIVE_WINDOW")};
+    Atom atoms[8] = {};
+    XInternAtoms(display_, names, 8, False, atoms);
     wmDeleteWindow_ = atoms[0];
     clipboard_ = atoms[1];
     targets_ = atoms[2];
     utf8String_ = atoms[3];
     text_ = atoms[4];
     internalClipboard_ = atoms[5];
+    netActiveWindow_ = atoms[7];
     ensureClipboardWindow_();
     if (KyCoreApplication* loop = KyCoreApplication::instance(false)) {
         // The dispatcher's thread only sees readiness; the events are drained

@@ -48,6 +48,8 @@ public:
     std::unique_ptr<KyPlatformImage> createImage(KyPlatformSize size, KyPixelFormat format) override;
     void processPlatformEvents() override;
     void sync() override;
+    /// "_NET_ACTIVE_WINDOW", interned at start: showing a window asks no round trip.
+    Atom netActiveWindowAtom() const { return netActiveWindow_; }
     void wakeUpGuiThread() override;
     KyList<KyString> availableScreens() override;
     /// The selection's text from its owner (this process's own text without a
@@ -98,6 +100,7 @@ private:
     Atom utf8String_ = 0;
     Atom text_ = 0;
     Atom internalClipboard_ = 0;
+    Atom netActiveWindow_ = 0;
     Window clipboardWindow_ = 0;
 
     std::mutex windowsMutex_;

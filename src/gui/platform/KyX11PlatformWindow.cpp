@@ -43,7 +43,7 @@ void KyX11PlatformWindow::destroyNative_() {
 void KyX11PlatformWindow::show() {
     if (!display_ || !window_) return;
     XMapRaised(display_, window_);
-    if (!popup_) {
+    if (!popup_ && integration_) {
         // A window the program shows is one the user is to work in: ask the
         // window manager to give it the keyboard, as a window manager does for
         // a window the user clicks. Without this a console that replaces its
@@ -51,7 +51,7 @@ void KyX11PlatformWindow::show() {
         XEvent e{};
         e.xclient.type = ClientMessage;
         e.xclient.window = window_;
-        e.xclient.message_type = XInternAtom(display_, "_NET_ACTIVE_WINDOW", False);
+        e.xclient.message_type = integration_ ? integration_->netActiveWindowAtom() : 0;
         e.xclient.format = 32;
         e.xclient.data.l[0] = 1; // from an application
         e.xclient.data.l[1] = CurrentTime;
