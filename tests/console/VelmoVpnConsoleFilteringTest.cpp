@@ -1,6 +1,6 @@
 // The "Filtering" tab without widgets: how typed ranges are read, which
 // rules the table shows in which state, what the agent's two range lists
-// receive, and the ten remote configuration values in their order.
+// receive, and the remote configuration values of a form left empty.
 #include <gtest/gtest.h>
 
 #include <vector>
