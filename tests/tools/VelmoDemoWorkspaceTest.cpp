@@ -475,7 +475,7 @@ TEST_F(DemoWorkspace, RemoteConfigEchoesAChangeOnceAndKeepsTheOldValueOnABadOne)
 
 // ---------------------------------------------------------------- faults and shutdown
 
-TEST_F(DemoWorkspace, SlowRepliesSleepPastTheConsoleTimeoutInTheChosenMethods) {
+TEST_F(DemoWorkspace, SlowRepliesSleepPastTheConsoleTimeoutAndExitInCallLeavesBeforeAnswering) {
     VelmoDemoWorkspaceOptions o = options();
     o.slowReplies = true;
     make(o);
@@ -491,10 +491,9 @@ TEST_F(DemoWorkspace, SlowRepliesSleepPastTheConsoleTimeoutInTheChosenMethods) {
     EXPECT_TRUE(slept.empty());
     EXPECT_TRUE(ws->loginUser("", "a", "b"));
     EXPECT_EQ(slept.size(), 1u);
-}
 
-TEST_F(DemoWorkspace, ExitInCallLeavesBeforeAnythingIsAnswered) {
-    VelmoDemoWorkspaceOptions o = options();
+    // Exit in a call leaves before anything is answered.
+    o = options();
     o.exitInCall = true;
     make(o);
     EXPECT_TRUE(ws->clearLog());
@@ -517,23 +516,7 @@ TEST_F(DemoWorkspace, ExitInCallLeavesBeforeAnythingIsAnswered) {
     }
 }
 
-TEST_F(DemoWorkspace, MalformedSnapshotSwitchDamagesTheFirstReadyCatalogOnly) {
-    VelmoDemoWorkspaceOptions o = options();
-    o.malformedSnapshot = true;
-    make(o);
-    signIn();
-    bool ok = true;
-    KyJsonDocument::fromJson(rec->catalog.back().view(), &ok);
-    EXPECT_FALSE(ok) << rec->catalog.back();
-    EXPECT_TRUE(parseJsonObjectOrEmpty(rec->catalog.back()).isEmpty());
-    ASSERT_TRUE(ws->refreshVpnCatalog());
-    advance(1000);
-    KyJsonDocument::fromJson(rec->catalog.back().view(), &ok);
-    EXPECT_TRUE(ok);
-    EXPECT_EQ(Recorder::word(rec->catalog.back()), "ready");
-}
-
-TEST_F(DemoWorkspace, ReconnectingAtStartRetriesThenRestoresOrGivesUp) {
+TEST_F(DemoWorkspace, ReconnectingRetriesThenRestoresOrGivesUpAndAMalformedSnapshotHitsOneCatalog) {
     VelmoDemoWorkspaceOptions o = options();
     o.reconnecting = true;
     make(o);
@@ -550,6 +533,21 @@ TEST_F(DemoWorkspace, ReconnectingAtStartRetriesThenRestoresOrGivesUp) {
     advance(10000);
     EXPECT_EQ(rec->authWords(), (std::vector<KyString>{"reconnecting", "ready"}));
     EXPECT_TRUE(rec->logHas("Reconnect attempt 2 of 3 failed"));
+
+    // The malformed-snapshot switch damages the first ready catalog only.
+    o = options();
+    o.malformedSnapshot = true;
+    make(o);
+    signIn();
+    bool ok = true;
+    KyJsonDocument::fromJson(rec->catalog.back().view(), &ok);
+    EXPECT_FALSE(ok) << rec->catalog.back();
+    EXPECT_TRUE(parseJsonObjectOrEmpty(rec->catalog.back()).isEmpty());
+    ASSERT_TRUE(ws->refreshVpnCatalog());
+    advance(1000);
+    KyJsonDocument::fromJson(rec->catalog.back().view(), &ok);
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(Recorder::word(rec->catalog.back()), "ready");
 }
 
 // ---------------------------------------------------------------- command line
