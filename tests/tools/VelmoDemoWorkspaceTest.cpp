@@ -109,7 +109,7 @@ protected:
 
 // ---------------------------------------------------------------- sign-in
 
-TEST_F(DemoWorkspace, StartsLoggedOutAtRestAndStopsOnceWhenAsked) {
+TEST_F(DemoWorkspace, StartsLoggedOutAtRestCountsOnlyWithATunnelAndStopsOnceWhenAsked) {
     make(options());
     EXPECT_EQ(rec->authWords(), std::vector<KyString>{"logged_out"});
     EXPECT_EQ(Recorder::word(rec->catalog.back()), "idle");
@@ -118,6 +118,23 @@ TEST_F(DemoWorkspace, StartsLoggedOutAtRestAndStopsOnceWhenAsked) {
     ASSERT_EQ(rec->tun.size(), 1u);
     EXPECT_FALSE(rec->tun[0].first || ws->tunIsOpen() || ws->wsIsConnected());
     EXPECT_EQ(rec->stats.back(), (std::vector<int>{0, 0, 0}));
+    // Counters tick once a second, only while the tunnel is up.
+    advance(5000);
+    EXPECT_EQ(rec->stats.size(), 1u) << "no counters without a tunnel";
+    ASSERT_TRUE(ws->createTun());
+    const std::size_t base = rec->stats.size();
+    advance(950);
+    EXPECT_EQ(rec->stats.size(), base);
+    advance(100);
+    ASSERT_EQ(rec->stats.size(), base + 1);
+    advance(3000);
+    EXPECT_EQ(rec->stats.size(), base + 4);
+    for (std::size_t i = base + 1; i < rec->stats.size(); ++i)
+        for (int k = 0; k < 3; ++k) EXPECT_GE(rec->stats[i][k], rec->stats[i - 1][k]);
+    ASSERT_TRUE(ws->closeTun());
+    const std::size_t closed = rec->stats.size();
+    advance(3000);
+    EXPECT_EQ(rec->stats.size(), closed);
     // A shutdown request is answered first and asked of the owner once, shortly after.
     EXPECT_TRUE(ws->requestShutdown());
     EXPECT_TRUE(ws->requestShutdown());
@@ -296,9 +313,21 @@ TEST_F(DemoWorkspace, BigListsAreCutToFitOneSignalAndSayHowManyThereAre) {
     EXPECT_TRUE(rec->logHas("Catalog snapshot shows the first"));
 }
 
-TEST_F(DemoWorkspace, InspectingAVpnLoadsItsDevicesAndTogglesAreReflected) {
+TEST_F(DemoWorkspace, CatalogMethodsRefuseBeforeSignInThenInspectingAVpnLoadsItsDevicesAndTogglesAreReflected) {
     make(options());
+    const std::size_t before = rec->log.size();
+    EXPECT_EQ(std::vector<bool>({ws->refreshVpnCatalog(), ws->refreshVpnEndpoints("x"), ws->setInspectedHotspot("x"),
+                                 ws->setEndpointVpnState("x", "y", true), ws->connectHotspot("x"), ws->connectWs()}),
+              std::vector<bool>(6, false));
+    EXPECT_EQ(rec->log.size(), before + 6) << "each refusal is a log line";
+    EXPECT_EQ(rec->authWords(), std::vector<KyString>{"logged_out"});
     signIn();
+    EXPECT_FALSE(ws->setInspectedHotspot("hs-missing"));
+    EXPECT_EQ(jsonStringValue(rec->lastEndpoints(), "error"), "Unknown VPN: hs-missing");
+    EXPECT_TRUE(ws->setInspectedHotspot(""));
+    EXPECT_EQ(Recorder::word(rec->endpoints.back()), "idle");
+    EXPECT_FALSE(ws->refreshVpnEndpoints("hs-missing"));
+    EXPECT_FALSE(ws->connectHotspot("hs-missing"));
     const VelmoDemoHotspot& h = ws->catalog().hotspots().at(1);
     ASSERT_TRUE(ws->setInspectedHotspot(h.id));
     EXPECT_EQ(Recorder::word(rec->endpoints.back()), "loading");
@@ -325,23 +354,6 @@ TEST_F(DemoWorkspace, InspectingAVpnLoadsItsDevicesAndTogglesAreReflected) {
 
     EXPECT_FALSE(ws->setEndpointVpnState(h.id, "cl-nobody", true));
     EXPECT_TRUE(rec->logHas("Unknown endpoint"));
-}
-
-TEST_F(DemoWorkspace, CatalogMethodsRefuseBeforeSignInAndUnknownOrEmptySelectionsAnswerWithoutDevices) {
-    make(options());
-    const std::size_t before = rec->log.size();
-    EXPECT_EQ(std::vector<bool>({ws->refreshVpnCatalog(), ws->refreshVpnEndpoints("x"), ws->setInspectedHotspot("x"),
-                                 ws->setEndpointVpnState("x", "y", true), ws->connectHotspot("x"), ws->connectWs()}),
-              std::vector<bool>(6, false));
-    EXPECT_EQ(rec->log.size(), before + 6) << "each refusal is a log line";
-    EXPECT_EQ(rec->authWords(), std::vector<KyString>{"logged_out"});
-    signIn();
-    EXPECT_FALSE(ws->setInspectedHotspot("hs-missing"));
-    EXPECT_EQ(jsonStringValue(rec->lastEndpoints(), "error"), "Unknown VPN: hs-missing");
-    EXPECT_TRUE(ws->setInspectedHotspot(""));
-    EXPECT_EQ(Recorder::word(rec->endpoints.back()), "idle");
-    EXPECT_FALSE(ws->refreshVpnEndpoints("hs-missing"));
-    EXPECT_FALSE(ws->connectHotspot("hs-missing"));
 }
 
 // ---------------------------------------------------------------- link, tunnel, traffic
@@ -376,26 +388,6 @@ TEST_F(DemoWorkspace, JoiningAVpnRaisesTunnelAndLinkAndLeavingDropsThem) {
     EXPECT_TRUE(ws->wsIsConnected());
 }
 
-TEST_F(DemoWorkspace, CountersTickOncePerSecondOnlyWhileTheTunnelIsUp) {
-    make(options());
-    advance(5000);
-    EXPECT_EQ(rec->stats.size(), 1u) << "no counters without a tunnel";
-    ASSERT_TRUE(ws->createTun());
-    const std::size_t base = rec->stats.size();
-    advance(950);
-    EXPECT_EQ(rec->stats.size(), base);
-    advance(100);
-    ASSERT_EQ(rec->stats.size(), base + 1);
-    advance(3000);
-    EXPECT_EQ(rec->stats.size(), base + 4);
-    for (std::size_t i = base + 1; i < rec->stats.size(); ++i)
-        for (int k = 0; k < 3; ++k) EXPECT_GE(rec->stats[i][k], rec->stats[i - 1][k]);
-    ASSERT_TRUE(ws->closeTun());
-    const std::size_t closed = rec->stats.size();
-    advance(3000);
-    EXPECT_EQ(rec->stats.size(), closed);
-}
-
 TEST_F(DemoWorkspace, FilteringRaisesDropsAndLogOnlyKeepsThemAtZero) {
     const auto dropsAfter = [&](const std::vector<std::pair<const char*, const char*>>& config) {
         make(options());
@@ -420,7 +412,7 @@ TEST_F(DemoWorkspace, FilteringRaisesDropsAndLogOnlyKeepsThemAtZero) {
 
 // ---------------------------------------------------------------- configuration
 
-TEST(DemoFilter, KeysAndRangesAreCheckedAndNormalisedBeforeTheyAreStored) {
+TEST(DemoFilter, KeysAndRangesAreCheckedAndNormalisedAndOnlyNarrowingRulesBlockTraffic) {
     struct Row { const char* key; const char* value; bool ok; const char* stored; }; // stored: under the canonical key
     const Row rows[] = {
         {"filter/protocol", "2", true, "2"}, {"filter/protocol", "4", false, "0"}, {"filter/protocol", "tcp", false, "0"},
@@ -447,9 +439,7 @@ TEST(DemoFilter, KeysAndRangesAreCheckedAndNormalisedBeforeTheyAreStored) {
         EXPECT_FALSE(r.message.isEmpty());
         EXPECT_EQ(f.value(VelmoDemoFilter::canonicalKey(row.key)), row.stored);
     }
-}
-
-TEST(DemoFilter, OnlyNarrowingRulesBlockTraffic) {
+    // Only narrowing rules block traffic.
     VelmoDemoFilter f;
     EXPECT_EQ(f.blockedShare(), 0.0);
     // The pass-through values the console sends with filtering off.
@@ -471,7 +461,7 @@ TEST(DemoFilter, OnlyNarrowingRulesBlockTraffic) {
     EXPECT_EQ(f.blockedShare(), 0.0);
 }
 
-TEST_F(DemoWorkspace, RemoteConfigEchoesChangesAndRefusesUnknownKeys) {
+TEST_F(DemoWorkspace, RemoteConfigEchoesAChangeOnceAndKeepsTheOldValueOnABadOne) {
     make(options());
     const std::size_t before = rec->log.size();
     EXPECT_TRUE(ws->setRemoteConfig("filter/protocol", "1"));
@@ -479,15 +469,13 @@ TEST_F(DemoWorkspace, RemoteConfigEchoesChangesAndRefusesUnknownKeys) {
     EXPECT_TRUE(rec->log.back().contains("filter/protocol = 1 (TCP)"));
     EXPECT_TRUE(ws->setRemoteConfig("filter/protocol", "1"));
     EXPECT_EQ(rec->log.size(), before + 1) << "an unchanged value is not echoed again";
-    EXPECT_FALSE(ws->setRemoteConfig("filter/nonsense", "1"));
-    EXPECT_TRUE(rec->log.back().contains("Unknown remote config key: filter/nonsense"));
     EXPECT_FALSE(ws->setRemoteConfig("filter/port_min", "abc"));
     EXPECT_EQ(ws->filter().value("filter/port_min"), "0");
 }
 
 // ---------------------------------------------------------------- faults and shutdown
 
-TEST_F(DemoWorkspace, SlowRepliesSleepPastTheConsoleTimeoutInTheChosenMethods) {
+TEST_F(DemoWorkspace, SlowRepliesSleepPastTheConsoleTimeoutAndExitInCallLeavesBeforeAnswering) {
     VelmoDemoWorkspaceOptions o = options();
     o.slowReplies = true;
     make(o);
@@ -503,10 +491,9 @@ TEST_F(DemoWorkspace, SlowRepliesSleepPastTheConsoleTimeoutInTheChosenMethods) {
     EXPECT_TRUE(slept.empty());
     EXPECT_TRUE(ws->loginUser("", "a", "b"));
     EXPECT_EQ(slept.size(), 1u);
-}
 
-TEST_F(DemoWorkspace, ExitInCallLeavesBeforeAnythingIsAnswered) {
-    VelmoDemoWorkspaceOptions o = options();
+    // Exit in a call leaves before anything is answered.
+    o = options();
     o.exitInCall = true;
     make(o);
     EXPECT_TRUE(ws->clearLog());
@@ -529,23 +516,7 @@ TEST_F(DemoWorkspace, ExitInCallLeavesBeforeAnythingIsAnswered) {
     }
 }
 
-TEST_F(DemoWorkspace, MalformedSnapshotSwitchDamagesTheFirstReadyCatalogOnly) {
-    VelmoDemoWorkspaceOptions o = options();
-    o.malformedSnapshot = true;
-    make(o);
-    signIn();
-    bool ok = true;
-    KyJsonDocument::fromJson(rec->catalog.back().view(), &ok);
-    EXPECT_FALSE(ok) << rec->catalog.back();
-    EXPECT_TRUE(parseJsonObjectOrEmpty(rec->catalog.back()).isEmpty());
-    ASSERT_TRUE(ws->refreshVpnCatalog());
-    advance(1000);
-    KyJsonDocument::fromJson(rec->catalog.back().view(), &ok);
-    EXPECT_TRUE(ok);
-    EXPECT_EQ(Recorder::word(rec->catalog.back()), "ready");
-}
-
-TEST_F(DemoWorkspace, ReconnectingAtStartRetriesThenRestoresOrGivesUp) {
+TEST_F(DemoWorkspace, ReconnectingRetriesThenRestoresOrGivesUpAndAMalformedSnapshotHitsOneCatalog) {
     VelmoDemoWorkspaceOptions o = options();
     o.reconnecting = true;
     make(o);
@@ -562,6 +533,21 @@ TEST_F(DemoWorkspace, ReconnectingAtStartRetriesThenRestoresOrGivesUp) {
     advance(10000);
     EXPECT_EQ(rec->authWords(), (std::vector<KyString>{"reconnecting", "ready"}));
     EXPECT_TRUE(rec->logHas("Reconnect attempt 2 of 3 failed"));
+
+    // The malformed-snapshot switch damages the first ready catalog only.
+    o = options();
+    o.malformedSnapshot = true;
+    make(o);
+    signIn();
+    bool ok = true;
+    KyJsonDocument::fromJson(rec->catalog.back().view(), &ok);
+    EXPECT_FALSE(ok) << rec->catalog.back();
+    EXPECT_TRUE(parseJsonObjectOrEmpty(rec->catalog.back()).isEmpty());
+    ASSERT_TRUE(ws->refreshVpnCatalog());
+    advance(1000);
+    KyJsonDocument::fromJson(rec->catalog.back().view(), &ok);
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(Recorder::word(rec->catalog.back()), "ready");
 }
 
 // ---------------------------------------------------------------- command line
