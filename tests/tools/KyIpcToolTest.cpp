@@ -124,6 +124,7 @@ TEST_F(KyIpcTool, ChannelsNobodyOpenedAreRefusedUnlessCreationIsAsked) {
     EXPECT_NE(tool({"publish", domain_, kObject, "later", "s", "x"}).code, 0);
 
     kytest::Child watch;
+    ipc_.track(kObject, "later");  // the watcher creates it; nobody's row names it once both are gone
     startTool(watch, {"watch", domain_, kObject, "later", "s", "--create", "--count", "1", "--timeout", "60000"});
     ASSERT_TRUE(subscribed(watch.pid(), "later"));
     const ToolRun publish = tool({"publish", domain_, kObject, "later", "s", "--", "--not-an-option"});
