@@ -324,10 +324,19 @@ TEST_F(Windows, TrayIconDocksReDocksAfterTheTrayRestartsAndItsMenuRuns) {
     ASSERT_TRUE(tray->start(trayer, args)); // ...and a new one takes the icon back
     ASSERT_TRUE(runUntil([&] { return icon.isDocked() && parentOf() != 0 && mapped(id); })) << "not docked again";
 
-    XWindowAttributes a{};
-    XGetWindowAttributes(d(), id, &a);
-    click(onScreen(id, a.width / 2, a.height / 2));
-    ASSERT_TRUE(runUntil([&] { return icon.contextMenu()->isVisible(); }));
+    // The new tray may still be placing the icon when it reports it docked:
+    // a click that lands before that is lost, so click again until the menu opens.
+    auto nextClick = std::chrono::steady_clock::now();
+    ASSERT_TRUE(runUntil([&] {
+        if (icon.contextMenu()->isVisible()) return true;
+        if (std::chrono::steady_clock::now() >= nextClick) {
+            XWindowAttributes a{};
+            XGetWindowAttributes(d(), id, &a);
+            click(onScreen(id, a.width / 2, a.height / 2));
+            nextClick = std::chrono::steady_clock::now() + std::chrono::milliseconds(700);
+        }
+        return false;
+    }));
     KyMenu::PopupList* list = icon.contextMenu()->popupList();
     const KyRect row = icon.contextMenu()->rowRects()[1];
     click(onScreen(list->nativeHandle().window, row.x + 20, row.y + row.height / 2));
