@@ -24,6 +24,8 @@ constexpr const char* kLatinRegistry = "iso8859-1";
 // a forgotten connection only turns dead.
 struct KyLinuxFontCache::Record {
     Display* display = nullptr;
+    /// What the record is cached under; the wide face loads from it.
+    KyLinuxFontCache::Key key;
     /// The face for plain ASCII text.
     Resolved narrow;
     /// The ISO 10646 face, loaded the first time a text needs more than ASCII.
@@ -31,7 +33,7 @@ struct KyLinuxFontCache::Record {
     mutable std::once_flag wideOnce;
     std::atomic<bool> alive{true};
 
-    Resolved faceFor(std::string_view text, const Key& key) const {
+    Resolved faceFor(std::string_view text) const {
         if (narrow.unicode || !narrow.font) return narrow;
         if (std::all_of(text.begin(), text.end(), [](char c) { return (c & 0x80) == 0; })) return narrow;
         std::call_once(wideOnce, [&] {
@@ -140,7 +142,7 @@ KyLinuxFontCache::Resolved KyLinuxFontCache::resolve(Display* display, const KyF
     // The font remembers its record: painting the same label again takes no lock.
     if (const auto* cached = static_cast<const Record*>(font.nativeHandle_.load(std::memory_order_acquire))) {
         if (cached->display == display && cached->alive.load(std::memory_order_acquire))
-            return cached->faceFor(text, keyFor(font));
+            return cached->faceFor(text);
     }
     const Key key = keyFor(font);
     Store& s = store();
@@ -152,7 +154,7 @@ KyLinuxFontCache::Resolved KyLinuxFontCache::resolve(Display* display, const KyF
     }
     if (const auto* known = static_cast<const Record*>(font.nativeHandle_.load(std::memory_order_acquire));
         known && known->display == display && known->alive.load(std::memory_order_acquire))
-        return known->faceFor(text, key);
+        return known->faceFor(text);
     // Loaded outside the lock: a load is a round trip, and other threads may
     // measure meanwhile. Two threads loading one key keep the first record.
     const Resolved loaded = load_(display, key, false);
@@ -164,6 +166,7 @@ KyLinuxFontCache::Resolved KyLinuxFontCache::resolve(Display* display, const KyF
         if (inserted) {
             auto* fresh = new Record;
             fresh->display = display;
+            fresh->key = key;
             fresh->narrow = loaded;
             it->second = fresh;
         } else if (loaded.font && loaded.font != static_cast<Record*>(it->second)->narrow.font) {
@@ -172,7 +175,7 @@ KyLinuxFontCache::Resolved KyLinuxFontCache::resolve(Display* display, const KyF
         record = static_cast<Record*>(it->second);
     }
     font.nativeHandle_.store(record, std::memory_order_release);
-    return record->faceFor(text, key);
+    return record->faceFor(text);
 }
 
 KyLinuxFontCache::Resolved KyLinuxFontCache::load_(Display* display, const Key& key, bool wide) {
