@@ -17,12 +17,13 @@
 #include "core/io/KySettings.h"
 #include "core/platform/KyStandardPaths.h"
 #include "core/types/KySecureMemory.h"
+#include "ipc/IpcNames.h"
 
 namespace {
 
 constexpr const char* kCategory = "velmo.console";
 
-bool pidAlive_(uint32_t pid) { return pid != 0 && (::kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH); }
+bool pidAlive_(uint32_t pid) { return !ky::ipc::detail::processGone_(pid); }
 
 KyString userNameOf_(uint32_t uid) {
     std::vector<char> buffer(16384);

@@ -66,10 +66,7 @@ constexpr int kIconSize = 64;
 
 void consoleLog(const KyString& line) { kyLogDebug(kCategory) << line; }
 
-bool pidAlive(uint32_t pid) {
-    if (pid == 0) return false;
-    return ::kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH;
-}
+bool pidAlive(uint32_t pid) { return !ky::ipc::detail::processGone_(pid); }
 
 // Tests and a second installation run side by side in their own domains.
 KyString ipcDomain() {

@@ -34,6 +34,7 @@
 #include "core/runtime/KyCoreApplication.h"
 #include "core/runtime/KyEventLoop.h"
 #include "core/runtime/KyThread.h"
+#include "ipc/IpcNames.h"
 #include "ipc/ProxyObjectBase.h"
 #include "ipc/RegistryTable.h"
 #include "ipc/RpcMethodClient.h"
@@ -71,7 +72,7 @@ KyString displayTag() {
     return KyString(tag);
 }
 
-bool processAlive(uint32_t pid) { return pid != 0 && (::kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH); }
+bool processAlive(uint32_t pid) { return !ky::ipc::detail::processGone_(pid); }
 
 }  // namespace
 

@@ -29,8 +29,8 @@ protected:
         return claimed;
     }
     static int stop(Child& child) {
-        ::kill(child.pid(), SIGCONT);
-        ::kill(child.pid(), SIGTERM);
+        child.sendSignal(SIGCONT);
+        child.sendSignal(SIGTERM);
         return child.finish();
     }
 

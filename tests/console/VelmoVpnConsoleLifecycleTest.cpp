@@ -102,7 +102,7 @@ TEST_F(ConsoleLifecycle, ARememberedSessionOpensTheConsoleWithoutTheLoginWindow)
     ASSERT_TRUE(startAgent(first)) << first.err();
     ASSERT_TRUE(user().loginUser("", "demo@velmo.net", "velmo-demo", 5000)) << user().lastError("loginUser");
     ASSERT_TRUE(until([&] { return KyFile::exists(home_.path() + "/agent/session.json"); }));
-    ::kill(first.pid(), SIGTERM);
+    first.sendSignal(SIGTERM);
     ASSERT_EQ(first.finish(30s), 0) << first.err();
 
     ASSERT_TRUE(startBound(agent, console));  // the new agent restores the session the first one remembered
@@ -134,7 +134,7 @@ TEST_F(ConsoleLifecycle, ClosingHidesToTheTrayAndQuitEndsAskingOnlyALiveAgentToS
 
         domain_.observe();  // every channel of the run, for the clean-up after both rows
         if (row.killAgent) {  // gone, and gone cleanly: a killed one leaves its channels to the next agent
-            ::kill(agent.pid(), SIGTERM);
+            agent.sendSignal(SIGTERM);
             EXPECT_EQ(agent.finish(30s), 0);
         }
         ASSERT_TRUE(pickFromTray(kQuit));
@@ -169,7 +169,7 @@ TEST_F(ConsoleLifecycle, AVpnRowSelectsLoadsItsUsersAndItsSwitchJoinsIt) {
     clickAt(w, vpn.x + vpn.width - 34, vpn.y + vpn.height / 2);
     const KyColor joining(44, 40, 36), connected(22, 52, 48);
     EXPECT_TRUE(until([&] { return pixelsOf(w, vpn, joining) > 20; })) << "no JOINING tag";
-    ::kill(agent.pid(), SIGCONT);
+    agent.sendSignal(SIGCONT);
     EXPECT_TRUE(console.waitForError("  |  Local VPN ", 30s)) << console.err();
     EXPECT_TRUE(until([&] { return pixelsOf(w, vpn, connected) > 20 && pixelsOf(w, vpn, joining) == 0; }))
         << "no CONNECTED tag";

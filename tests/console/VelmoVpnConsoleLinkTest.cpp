@@ -31,7 +31,7 @@ TEST_F(ConsoleWithAgent, FindsTheAgentFollowsItsSessionAndLosesAndRegainsIt) {
 
     // The agent dies: the console notices, shows the loading surface, and
     // keeps the session words for when the agent is back.
-    ::kill(agent.pid(), SIGKILL);
+    agent.sendSignal(SIGKILL);
     agent.kill();
     ASSERT_TRUE(console.waitForError("Backend lost", 30s)) << console.err();
     EXPECT_TRUE(console.waitForError("auth: Client agent disconnected", 30s)) << console.err();
@@ -43,10 +43,10 @@ TEST_F(ConsoleWithAgent, FindsTheAgentFollowsItsSessionAndLosesAndRegainsIt) {
     ASSERT_TRUE(waitForCount(console, "Backend auto-connected: velnet/VelmoVpnAgent", 2)) << console.err();
     EXPECT_TRUE(waitForCount(console, "auth: Signed in", 2)) << console.err();
 
-    ASSERT_EQ(::kill(console.pid(), SIGTERM), 0);
+    ASSERT_TRUE(console.sendSignal(SIGTERM));
     EXPECT_EQ(console.finish(60s), 0) << console.err();
     // The console never takes the agent down with it.
-    EXPECT_EQ(::kill(again.pid(), 0), 0);
+    EXPECT_TRUE(again.sendSignal(0));
 }
 
 TEST_F(ConsoleWithAgent, AWrongPasswordShowsTheAgentsErrorAndTheLoginShell) {
@@ -60,7 +60,7 @@ TEST_F(ConsoleWithAgent, AWrongPasswordShowsTheAgentsErrorAndTheLoginShell) {
     // "logged_out" with an error: the error is the status text, and once the
     // first seconds are over the login shell comes up.
     EXPECT_TRUE(console.waitForError("shell: login", 30s)) << console.err();
-    ASSERT_EQ(::kill(console.pid(), SIGTERM), 0);
+    ASSERT_TRUE(console.sendSignal(SIGTERM));
     EXPECT_EQ(console.finish(60s), 0) << console.err();
 }
 

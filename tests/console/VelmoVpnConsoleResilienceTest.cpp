@@ -203,8 +203,8 @@ TEST_F(HostileWriter, NeitherPeerDiesSpinsOrIgnoresSigtermWhateverSharedMemorySa
     const auto undoLogin = corrupt(login, ahead);
     const auto undoReset = corrupt(reset, ahead);
     for (pid_t p : peers) wake(p);
-    ASSERT_EQ(::kill(console.pid(), SIGTERM), 0);
-    ASSERT_EQ(::kill(agent.pid(), SIGTERM), 0);
+    ASSERT_TRUE(console.sendSignal(SIGTERM));
+    ASSERT_TRUE(agent.sendSignal(SIGTERM));
     EXPECT_EQ(console.finish(1s), 0) << console.err();
     EXPECT_TRUE(console.exited());
     EXPECT_EQ(agent.finish(1s), 0) << agent.err();
@@ -249,7 +249,7 @@ TEST_F(HostileWriter, AConsoleOnTheSamePidAsAKilledOneStartsAndBinds) {
     ASSERT_TRUE(second->waitForError("Backend auto-connected", 30s)) << second->err();
     ASSERT_TRUE(user().loginUser("", "demo@velmo.net", "velmo-demo", 5000)) << user().lastError("loginUser");
     EXPECT_TRUE(second->waitForError("auth: Signed in", 30s)) << second->err();
-    ASSERT_EQ(::kill(second->pid(), SIGTERM), 0);
+    ASSERT_TRUE(second->sendSignal(SIGTERM));
     EXPECT_EQ(second->finish(10s), 0) << second->err();
 }
 
@@ -327,7 +327,7 @@ TEST_F(ConsoleRestarts, SharedMemoryStaysFlatWhetherTheConsoleEndsBySigtermOrSig
         if (endings[i] == SIGKILL) {
             ASSERT_TRUE(kytest::stopOutsideCriticalSections(console.pid(), domain_));
         }
-        ASSERT_EQ(::kill(console.pid(), endings[i]), 0);
+        ASSERT_EQ(console.sendSignal(endings[i]), 0);
         if (endings[i] == SIGTERM) {
             EXPECT_EQ(console.finish(30s), 0) << console.err();
             EXPECT_EQ(level(own), ShmLevel()) << "a console that ended normally left its own objects";
@@ -398,7 +398,7 @@ TEST_F(StalledPeer, AnAgentWhoseRowsWereSweptIsFoundAgainWhenItGoesOn) {
     EXPECT_EQ(disappeared, 1);
     ASSERT_TRUE(console.waitForError("Backend lost", 30s)) << console.err();
 
-    ASSERT_EQ(::kill(agent.pid(), SIGCONT), 0);
+    ASSERT_TRUE(agent.sendSignal(SIGCONT));
     EXPECT_TRUE(kytest::waitUntil([&] { return agentListed(agent.pid()); }, kTwoHeartbeats));
     ASSERT_TRUE(waitForCount(console, "Backend auto-connected", 2)) << console.err();
     // Passes over the next three heartbeats find the agent where it is: announced once.
@@ -444,7 +444,7 @@ TEST_F(StalledPeer, AConsoleWhoseRowsWereSweptCatchesUpAndHearsTheAgentAgain) {
     })) << "the agent never signed the user in";
     const size_t signedOut = count(console.err(), "auth: Sign in with your user account");
 
-    ASSERT_EQ(::kill(console.pid(), SIGCONT), 0);
+    ASSERT_TRUE(console.sendSignal(SIGCONT));
     EXPECT_TRUE(console.waitForError("auth: Signed in", 30s)) << console.err();
     ASSERT_TRUE(user().logoutUser(5000)) << user().lastError("logoutUser");
     EXPECT_TRUE(waitForCount(console, "auth: Sign in with your user account", signedOut + 1)) << console.err();

@@ -98,7 +98,7 @@ TEST_F(VelmoVpnConsoleProcess, CrashAndFailedStartAreReportedOnceAndEveryStartEn
         if (!run.args.empty()) {
             ASSERT_TRUE(waitForLine(console, "Console started in background mode"));
         }
-        ASSERT_EQ(::kill(console.pid(), run.signal), 0);
+        ASSERT_TRUE(console.sendSignal(run.signal));
         EXPECT_EQ(console.finish(60s), 0) << console.err();
         EXPECT_EQ(occurrences(console.err(), crashed), run.reports) << console.err();
         EXPECT_EQ(occurrences(console.err(), failed), run.reports) << console.err();

@@ -246,7 +246,7 @@ TEST_F(Interop, SubscriberObjectIsPackedBehindTheSignalName) {
     EXPECT_NE(peer({"registry", domain_}).out.find("row pid=" + pid + " object=obj signal=row typeId=0000000000005eed"),
               std::string::npos)
         << peer({"registry", domain_}).out;
-    ::kill(reg->pid(), SIGTERM);
+    reg->sendSignal(SIGTERM);
     reg->finish(60s);
     EXPECT_EQ(peer({"subs", domain_}).out.find("pid=" + pid), std::string::npos);
 }

@@ -66,7 +66,7 @@ TEST_P(ReplyQueueSweep, TakesTheQueuesOfGoneClientsOnly) {
 
     // The survivor still carries its client's answer.
     if (c.owner == Owner::StoppedAndAged) {
-        ASSERT_EQ(::kill(caller.pid(), SIGCONT), 0);
+        ASSERT_TRUE(caller.sendSignal(SIGCONT));
     }
     kytest::Child server;
     ASSERT_TRUE(server.start(kytest::helperPath("ky_c_peer"),

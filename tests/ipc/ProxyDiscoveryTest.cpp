@@ -95,7 +95,7 @@ struct ProxyDiscoveryTest : kytest::LoopFixture {
         detail::setClockSkewForTesting_(0);
         rpcQueueCapacityStorage_() = 100;
         for (auto& child : children_) {
-            ::kill(child->pid(), SIGCONT);
+            child->sendSignal(SIGCONT);
             child->kill();
         }
         children_.clear();

@@ -260,7 +260,7 @@ TEST_F(RegistryTest, AStoppedProcessKeepsItsRowUntilItsStampIsOlderThanFifteenSe
                                       domain_.toStdString(), "kyreg/Peer", "wedged", "", "domain",
                                       domain_.toStdString()});
     const uint32_t pid = static_cast<uint32_t>(child.pid());
-    ASSERT_EQ(::kill(child.pid(), SIGSTOP), 0);
+    ASSERT_TRUE(child.sendSignal(SIGSTOP));
 
     RawObject raw(Signals::objectName(domain_));
     ASSERT_TRUE(raw.ok());
@@ -306,9 +306,9 @@ TEST_F(RegistryTest, AStoppedProcessKeepsItsRowUntilItsStampIsOlderThanFifteenSe
     EXPECT_TRUE(subscribers("kyreg/Peer", "wedged").empty());
     const std::vector<uint32_t> apps = appPids(domain_);
     EXPECT_EQ(std::find(apps.begin(), apps.end(), pid), apps.end());
-    EXPECT_EQ(::kill(child.pid(), 0), 0);
+    EXPECT_TRUE(child.sendSignal(0));
 
-    ::kill(child.pid(), SIGCONT);
+    child.sendSignal(SIGCONT);
 }
 
 // ---------------------------------------------------------------- registerSignal
@@ -567,11 +567,11 @@ TEST_F(RegistryTest, AHeartbeatRenewsRowsAndANormalExitTakesTheDomainSlotOut) {
 
     // Let it end normally, and look before reaping: a zombie still answers
     // kill(pid, 0), so only the exit hook can have taken the slot out.
-    ASSERT_EQ(::kill(child.pid(), SIGTERM), 0);
+    ASSERT_TRUE(child.sendSignal(SIGTERM));
     siginfo_t info{};
     ASSERT_EQ(::waitid(P_PID, static_cast<id_t>(child.pid()), &info, WEXITED | WNOWAIT), 0);
     EXPECT_EQ(info.si_code, CLD_EXITED);
-    EXPECT_EQ(::kill(child.pid(), 0), 0);
+    EXPECT_TRUE(child.sendSignal(0));
     EXPECT_TRUE(appPids(domain_).empty());
 }
 

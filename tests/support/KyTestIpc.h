@@ -178,6 +178,7 @@ private:
 /// design), which is not the stall a test of stalls means. False when no
 /// such moment came in many tries.
 inline bool stopOutsideCriticalSections(pid_t pid, IpcDomain& domain) {
+    if (pid <= 0) return false;  // kill(-1) would stop every process
     domain.observe();
     const std::string suffix = ky::ipc::detail::sanitizeRegistrySuffix_(domain.name()).toStdString();
     std::set<std::string> names = domain.knownNames();

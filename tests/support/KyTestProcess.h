@@ -123,6 +123,9 @@ public:
     }
 
     pid_t pid() const { return pid_; }
+    /// Sends sig to the child while it is ours; false once it was reaped. A
+    /// raw kill() with the -1 of a reaped child would signal every process.
+    bool sendSignal(int sig) const { return pid_ > 0 && ::kill(pid_, sig) == 0; }
     /// True once finish() reaped the child (false when it was still running at the deadline).
     bool exited() const { return exited_; }
     /// The signal that ended the child, or 0 when it exited by itself.

@@ -171,7 +171,7 @@ TEST_F(DemoAgent, ASecondStartRestoresTheSessionAndSigtermEndsItCleanly) {
             << login.lastError();
     }
     ASSERT_TRUE(waitFor([&] { return authStatus() == "ready"; }));
-    ASSERT_EQ(::kill(agent->pid(), SIGTERM), 0);
+    ASSERT_TRUE(agent->sendSignal(SIGTERM));
     EXPECT_EQ(agent->finish(), 0) << agent->err();
     EXPECT_TRUE(kytest::waitUntil([&] { return KyFile::exists(dir.file("session.json")); }));
 
@@ -180,7 +180,7 @@ TEST_F(DemoAgent, ASecondStartRestoresTheSessionAndSigtermEndsItCleanly) {
     ASSERT_TRUE(waitFor([&] { return authStatus() == "ready"; })) << authStatus();
     EXPECT_EQ(jsonStringValue(view.auth, "email"), "demo@velmo.net");
     EXPECT_NE(view.authWords.front(), "logged_out") << "a remembered session never shows the sign-in state";
-    ASSERT_EQ(::kill(agent->pid(), SIGINT), 0);
+    ASSERT_TRUE(agent->sendSignal(SIGINT));
     EXPECT_EQ(agent->finish(), 0) << agent->err();
 }
 
@@ -193,7 +193,7 @@ TEST_F(DemoAgent, FaultSwitchesMakeCallsTimeOutOrTheAgentVanish) {
     EXPECT_TRUE(clearLog.call(20000)) << clearLog.lastError();
     // Asked to stop, not killed: a process killed inside a critical section
     // would leave a shared mutex of the domain locked for the next agent.
-    ::kill(agent->pid(), SIGTERM);
+    agent->sendSignal(SIGTERM);
     EXPECT_EQ(agent->finish(), 0) << agent->err();
 
     ASSERT_TRUE(startAgent({"--exit-in-call"})) << agent->err();

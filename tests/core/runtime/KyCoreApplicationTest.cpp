@@ -366,7 +366,7 @@ TEST(CoreApplicationSignals, TerminateSignalEndsTheLoopsOfAllThreads) {
         ASSERT_TRUE(child.start(kytest::helperPath("runtime_terminate_helper"), {row.mode}));
         const bool ready = child.waitForOutput(6, kytest::kDeadline);
         EXPECT_EQ(child.out(), "ready\n");
-        if (ready && row.signal) ::kill(child.pid(), row.signal);
+        if (ready && row.signal) child.sendSignal(row.signal);
         EXPECT_EQ(child.finish(kytest::kDeadline), 0);
         EXPECT_NE(child.out().find("ended 3 terminate=1"), std::string::npos) << child.out();
     }
