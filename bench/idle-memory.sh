@@ -26,21 +26,7 @@ done
 domain="idlemem$$"
 home="$(mktemp -d)"
 pids=()
-# The channel objects of this run's domain, as its signal registry names
-# them (every row slot, also those a removal left behind). Shared channels
-# outlive their processes by design, so the run removes its own.
-channel_names() {
-  [ -f "/dev/shm/ky_ipc_registry_$domain" ] || return 0
-  perl -e '
-    my ($file, $domain) = @ARGV;
-    open my $f, "<:raw", $file or exit 0;
-    local $/;
-    my $b = <$f>;
-    for (my $o = 56; $o + 640 <= length $b; $o += 640) {
-      my ($shm, $d) = (unpack("Z64", substr($b, $o + 32, 64)), unpack("Z64", substr($b, $o + 96, 64)));
-      print "$shm\n" if $d eq $domain && $shm =~ m{^/ky_sig_[0-9a-f]+$};
-    }' "/dev/shm/ky_ipc_registry_$domain" "$domain"
-}
+channel_names() { bash "$(dirname "$0")/../scripts/domain-channels.sh" "$domain"; }
 cleanup() {
   channel_names >>"$home/channels" || true
   # Children last started first, each by its own pid. SIGTERM: a background

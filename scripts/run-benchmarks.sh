@@ -7,3 +7,8 @@ for bin in "$build"/bench/bench_*; do
   echo "== $(basename "$bin")"
   "$bin" --benchmark_counters_tabular=true
 done
+# Start-up needs a private X server; without Xvfb it is left out.
+if command -v Xvfb >/dev/null; then
+  echo "== startup"
+  bash "$(dirname "$0")/../bench/startup.sh" "$build" 21
+fi

@@ -1,0 +1,50 @@
+#!/usr/bin/env bash
+# Process start to the first window, the console beside a bare Xlib program
+# that maps one window, alternating in the same run on the same server.
+#
+#   bash bench/startup.sh [BUILD_DIR] [N]      (defaults: build, 41)
+#
+# Runs on a private Xvfb with the console's DejaVu fonts on the core font
+# path, as a user's desktop has them, and in an IPC domain and home of its
+# own: each start finds no agent and shows its loading window. The console
+# is started directly, not through a shell, so both programs pay the same
+# fork and exec. Nothing here asserts: it reports the medians and ratios.
+set -euo pipefail
+build="$(cd "${1:-build}" && pwd)"
+runs="${2:-41}"
+console="$build/src/console/VelmoVpnConsole"
+bench="$build/bench/startup_first_window"
+for exe in "$console" "$bench" "$build/bench/baseline_xlib_window"; do
+  [ -x "$exe" ] || { echo "missing $exe: build VelmoVpnConsole, startup_first_window and baseline_xlib_window" >&2; exit 2; }
+done
+command -v Xvfb >/dev/null || { echo "startup.sh needs Xvfb" >&2; exit 2; }
+
+domain="startup$$"
+home="$(mktemp -d)"
+xvfb=""
+cleanup() {
+  [ -n "$xvfb" ] && kill -TERM "$xvfb" 2>/dev/null && wait "$xvfb" 2>/dev/null || true
+  # The console leaves its domain's registry and channels for a next start;
+  # this domain has no next start.
+  bash "$(dirname "$0")/../scripts/domain-channels.sh" "$domain" | while read -r name; do rm -f "/dev/shm$name"; done
+  rm -f /dev/shm/ky_*"$domain"*
+  rm -rf "$home"
+}
+trap cleanup EXIT
+
+font_dir="$(bash "$(dirname "$0")/../scripts/x11-fonts.sh" || true)"
+font_path="built-ins"
+[ -n "$font_dir" ] && font_path="$font_dir,built-ins"
+Xvfb -displayfd 3 -screen 0 1600x1000x24 -nolisten tcp -fp "$font_path" 3>"$home/display" >/dev/null 2>&1 &
+xvfb=$!
+for _ in $(seq 1 100); do
+  [ -s "$home/display" ] && break
+  sleep 0.1
+done
+export DISPLAY=":$(head -n1 "$home/display")"
+export VELMO_IPC_DOMAIN="$domain" HOME="$home" XDG_CONFIG_HOME="$home/config" XDG_STATE_HOME="$home/state" \
+  KY_CONFIG_ROOT="$home/systemConfig" KY_LOGGING_RULES="*=false"
+unset VELMO_CONSOLE_FAIL_AT_START
+
+echo "load average: $(cut -d' ' -f1-3 /proc/loadavg)"
+"$bench" "$runs" "$console" 2>/dev/null | grep -v "ready$"
