@@ -132,6 +132,20 @@ int runVelmoVpnConsole(int argc, char** argv) {
     KyMainWindow loginWindow(L"VELMO VPN", 440, 530);
     KyMainWindow loadingWindow(L"VELMO VPN", 340, 300);
 
+    // The loading window is the first one the user sees whatever happens
+    // next. On a plain start, with no report of the last run to show before
+    // it, it goes up now in the page colour (the server maps it while the
+    // icon is drawn and its widgets are built; a window manager takes the
+    // icon when it lands), is painted as soon as they stand, and the
+    // console's pages are built behind it.
+    const KyList<VelmoVpnConsoleReportBox> lastRunReports =
+        startHidden ? KyList<VelmoVpnConsoleReportBox>() : VelmoVpnConsoleFailure::takeLastReportBoxes();
+    const bool loadingFirst = !startHidden && lastRunReports.isEmpty();
+    if (loadingFirst) {
+        loadingWindow.setStyleSheet(VelmoVpnConsoleStyle::windowCss());
+        velmoVpnConsoleShowLoadingShell(consoleWindow, &loginWindow, &loadingWindow, nullptr);
+    }
+
     // 4. One icon for the windows and the tray.
     const KyPlatformIcon icon = velmoVpnConsoleApplicationIcon(kIconSize);
     consoleWindow.setWindowIcon(icon);
@@ -141,19 +155,6 @@ int runVelmoVpnConsole(int argc, char** argv) {
     tray.setIcon(icon);
     tray.setToolTip("VELMO VPN Console");
     if (KyMenu* menu = tray.contextMenu()) menu->setPopupWindowStyleSheet(VelmoVpnConsoleStyle::windowCss());
-
-    // The loading window is the first one the user sees whatever happens
-    // next. On a plain start, with no report of the last run to show before
-    // it, it goes up now in the page colour (the server maps it while its
-    // widgets are built), is painted as soon as they stand, and the console's
-    // pages are built behind it.
-    const KyList<VelmoVpnConsoleReportBox> lastRunReports =
-        startHidden ? KyList<VelmoVpnConsoleReportBox>() : VelmoVpnConsoleFailure::takeLastReportBoxes();
-    const bool loadingFirst = !startHidden && lastRunReports.isEmpty();
-    if (loadingFirst) {
-        loadingWindow.setStyleSheet(VelmoVpnConsoleStyle::windowCss());
-        velmoVpnConsoleShowLoadingShell(consoleWindow, &loginWindow, &loadingWindow, nullptr);
-    }
 
     // 5. Every widget, once.
     VelmoVpnConsoleUi ui;
