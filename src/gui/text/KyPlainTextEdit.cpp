@@ -81,6 +81,7 @@ void KyPlainTextEdit::attachDocument_(KyTextDocument* document) {
 void KyPlainTextEdit::setPlainText(const KyString& text) {
     document_->setPlainText(text);
     following_ = true;
+    xOffset_ = 0;
     setVerticalValue(0);
     update();
 }
@@ -114,7 +115,47 @@ int KyPlainTextEdit::lineHeight() const {
     return std::max(10, static_cast<int>(std::lround(px * 1.5)));
 }
 
-int KyPlainTextEdit::textLeft_() const { return viewportRect().x + gutterWidth_() + kTextMargin; }
+int KyPlainTextEdit::textLeft_() const { return viewportRect().x + gutterWidth_() + kTextMargin - xOffset_; }
+
+int KyPlainTextEdit::textViewWidth_() const {
+    return std::max(1, viewportRect().width - gutterWidth_() - 2 * kTextMargin);
+}
+
+void KyPlainTextEdit::setHorizontalOffset_(int x) {
+    // Only the lines in view bound the scroll: measuring all of a long log
+    // on every turn would cost what its visible lines are spared.
+    int widest = 0;
+    const int first = firstVisibleBlock();
+    const int last = std::min(document_->blockCount() - 1, first + visibleLineCount());
+    for (int block = first; block <= last; ++block) {
+        const KyString text = document_->blockText(block);
+        widest = std::max(widest, textWidth_(text, static_cast<int>(text.size())));
+    }
+    // Room for the caret after the last character.
+    x = std::clamp(x, 0, std::max(0, widest + 2 - textViewWidth_()));
+    if (x == xOffset_) return;
+    xOffset_ = x;
+    update();
+}
+
+void KyPlainTextEdit::ensureCursorColumnVisible_() {
+    const int block = cursor_.blockNumber();
+    const int caret = textWidth_(document_->blockText(block), cursor_.position() - document_->blockPosition(block));
+    const int width = textViewWidth_();
+    // A jump leaves a quarter of the view of context on the side it came from.
+    if (caret < xOffset_) setHorizontalOffset_(caret - width / 4);
+    else if (caret + 2 > xOffset_ + width) setHorizontalOffset_(caret + 2 - width + width / 4);
+}
+
+void KyPlainTextEdit::wheelEvent(WheelEvent* event) {
+    if (!isEnabled() || !event->shift()) return KyAbstractScrollArea::wheelEvent(event);
+    int notches = event->delta() / 120;
+    if (notches == 0 && event->delta() != 0) notches = event->delta() > 0 ? 1 : -1;
+    const int before = xOffset_;
+    setHorizontalOffset_(xOffset_ - notches * 3 * lineHeight());
+    if (xOffset_ == before) event->ignore();
+    else event->accept();
+}
 
 int KyPlainTextEdit::firstVisibleBlock() const { return verticalValue() / lineHeight(); }
 
@@ -215,7 +256,10 @@ void KyPlainTextEdit::moveCursor(KyTextCursor::MoveOperation op, KyTextCursor::M
     cursorMoved_(true);
 }
 
-void KyPlainTextEdit::ensureCursorVisible() { ensureContentRowVisible_(cursor_.blockNumber()); }
+void KyPlainTextEdit::ensureCursorVisible() {
+    ensureContentRowVisible_(cursor_.blockNumber());
+    ensureCursorColumnVisible_();
+}
 
 void KyPlainTextEdit::selectAll() {
     cursor_.select(KyTextCursor::Document);
@@ -378,6 +422,8 @@ void KyPlainTextEdit::viewportMouseMoveEvent(MouseEvent* event) {
     else if (event->y() >= vp.y + vp.height) setVerticalValue(verticalValue() + lineHeight());
     cursor_.setPosition(positionAt(event->pos()), KyTextCursor::KeepAnchor);
     cursorMoved_(false);
+    // Dragging past either side scrolls the lines under the pointer.
+    if (event->x() < vp.x + gutterWidth_() || event->x() >= vp.x + vp.width) ensureCursorColumnVisible_();
 }
 
 void KyPlainTextEdit::viewportMouseReleaseEvent(MouseEvent* event) {

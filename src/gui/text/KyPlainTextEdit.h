@@ -5,7 +5,9 @@
 // thousands of lines costs what its visible lines cost. Used read-only it is
 // a log view: appendPlainText follows the end while the reader is at the
 // bottom and leaves the view alone once the reader scrolled up, until the
-// reader comes back down. Keyboard: arrows, Home, End, pages (Shift extends,
+// reader comes back down. A line wider than the view scrolls sideways: the
+// view follows the cursor (End shows a long line's end), and Shift+wheel or a
+// sideways wheel moves it. Keyboard: arrows, Home, End, pages (Shift extends,
 // Ctrl goes by word or to the document's ends), Ctrl+A, Ctrl+C; when
 // editable also typing, Backspace, Delete, Return, Ctrl+X, Ctrl+V, Ctrl+Z,
 // Ctrl+Y. Subclasses add a gutter (KyCodeEditor) and per-block formats
@@ -62,6 +64,8 @@ public:
     int positionAt(const KyPoint& point) const;
     /// The caret's rectangle for position (local).
     KyRect cursorRect(int position) const;
+    /// How far the lines are scrolled sideways, in pixels (0: their starts show).
+    int horizontalOffset() const { return xOffset_; }
 
     KY_SIGNAL(textChanged)
     KY_SIGNAL(cursorPositionChanged)
@@ -70,6 +74,7 @@ public:
     void paintEvent(PaintEvent* event) override;
     void keyPressEvent(KeyEvent* event) override;
     void on_Focus_changed(const bool& value) override;
+    void wheelEvent(WheelEvent* event) override;
 
 protected:
     void viewportMousePressEvent(MouseEvent* event) override;
@@ -104,6 +109,12 @@ private:
     int textWidth_(const KyString& text, int bytes) const;
     void paintLine_(KyPainter* painter, int block, const KyRect& line, int selStart, int selEnd);
     void insertTyped_(const KyString& text);
+    /// Width the text has between the gutter and the right margin.
+    int textViewWidth_() const;
+    /// Scrolls sideways to x, kept between 0 and what the widest line in view needs.
+    void setHorizontalOffset_(int x);
+    /// Scrolls sideways the least that shows the cursor.
+    void ensureCursorColumnVisible_();
 
     KyTextDocument* document_ = nullptr;
     KyTextDocument* ownDocument_ = nullptr;
@@ -114,4 +125,5 @@ private:
     bool appending_ = false;
     int lastCursorPosition_ = 0;
     int lastAnchor_ = 0;
+    int xOffset_ = 0;
 };

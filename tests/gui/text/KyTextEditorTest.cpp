@@ -1,11 +1,12 @@
 // The text editors on a private Xvfb: a read-only log view follows the end
 // while the reader is there and stops when the reader scrolls up (wheel by
-// XTEST), a drag selection and Ctrl+C reach the clipboard, and typed keys
-// edit an editable one.
+// XTEST), a drag selection and Ctrl+C reach the clipboard, typed keys edit
+// an editable one, and a long line scrolls sideways.
 #include <X11/keysym.h>
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 
 #include "../../support/KyTestWidgetFixture.h"
@@ -106,6 +107,46 @@ TEST_F(TextEditorTest, AReadOnlyEditorRefusesTypingPasteAndDeletionButSelectsCop
     EXPECT_EQ(edit->toPlainText(), text);
     user->tapKey(XK_Page_Down);
     EXPECT_TRUE(runUntil([&] { return edit->verticalValue() > 0; })) << "Page Down scrolls";
+}
+
+// A line wider than the view: its far end comes into view by the End key, a
+// sideways wheel notch or Shift+wheel, and Home brings its start back.
+TEST_F(TextEditorTest, ALongLineScrollsSidewaysByEndAndBySidewaysWheels) {
+    edit->setReadOnly(true);
+    edit->setPlainText(KyString("start" + std::string(150, ' ') + "END"));
+    pointer(200, 100);
+    user->fakeButton(1, true);
+    user->fakeButton(1, false);
+    ASSERT_TRUE(runUntil([&] { return edit->hasFocus(); }));
+    // Text shows right of the middle only once the line's end is in view
+    // (the last pixels of the row keep the line's background).
+    auto endShows = [&] {
+        for (int y = 4; y < edit->lineHeight(); ++y) {
+            const KyColor background = user->pixel(window->id(), 396, y);
+            for (int x = 220; x < 390; ++x)
+                if (user->pixel(window->id(), x, y) != background) return true;
+        }
+        return false;
+    };
+    const struct {
+        const char* name;
+        std::function<void()> act;
+    } ways[] = {
+        {"End", [&] { user->tapKey(XK_End); }},
+        {"sideways wheel", [&] { for (int i = 0; i < 20; ++i) user->fakeButton(7, true), user->fakeButton(7, false); }},
+        {"Shift+wheel", [&] {
+             user->fakeKey(XK_Shift_L, true);
+             for (int i = 0; i < 20; ++i) user->fakeButton(5, true), user->fakeButton(5, false);
+             user->fakeKey(XK_Shift_L, false);
+         }},
+    };
+    for (const auto& way : ways) {
+        SCOPED_TRACE(way.name);
+        user->tapKey(XK_Home);
+        ASSERT_TRUE(runUntil([&] { return edit->horizontalOffset() == 0 && window->paints > 1 && !endShows(); }));
+        way.act();
+        EXPECT_TRUE(runUntil([&] { return edit->horizontalOffset() > 0 && endShows(); }));
+    }
 }
 
 } // namespace
