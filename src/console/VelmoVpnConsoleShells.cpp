@@ -26,6 +26,7 @@
 #include "gui/widgets/KyMainWindow.h"
 #include "gui/widgets/KyMenuBar.h"
 #include "gui/widgets/KyPushButton.h"
+#include "gui/widgets/KyShortcut.h"
 #include "gui/widgets/KyStatusBar.h"
 #include "gui/widgets/KyStatusLight.h"
 #include "gui/widgets/KyTabWidget.h"
@@ -202,6 +203,28 @@ void buildVelmoVpnConsoleUi(KyMainWindow& window, VelmoVpnConsoleUi& ui) {
     }
     layout->addWidget(ui.tabs, 1);
     window.setLayout(layout);
+
+    // Ctrl+Tab and Ctrl+Page Down step through the tabs from anywhere in the
+    // window (the tab widget takes them itself only with the keyboard in it).
+    constexpr int kPageUp = 0xff55, kPageDown = 0xff56;
+    const struct {
+        KyShortcut::Kind kind;
+        int key;
+        bool shift;
+        int step;
+    } steps[] = {{KyShortcut::Tab, 0, false, 1},
+                 {KyShortcut::Tab, 0, true, -1},
+                 {KyShortcut::KeyCode, kPageDown, false, 1},
+                 {KyShortcut::KeyCode, kPageUp, false, -1}};
+    for (const auto& entry : steps) {
+        auto* shortcut = new KyShortcut(&window, entry.kind, entry.key, true, entry.shift);
+        KyTabWidget* tabs = ui.tabs;
+        const int step = entry.step;
+        KyObject::connect(shortcut, &KyShortcut::activated, [tabs, step] {
+            if (tabs->count() > 0 && tabs->isEnabled())
+                tabs->setCurrentIndex((tabs->currentIndex() + step + tabs->count()) % tabs->count());
+        });
+    }
 }
 
 void buildVelmoVpnConsoleLoginSurface_(KyWidget& surface, VelmoVpnConsoleUi& ui) {
