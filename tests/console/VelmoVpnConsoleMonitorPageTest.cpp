@@ -16,17 +16,14 @@
 #include <set>
 #include <string>
 
-#include "../support/KyTestWidgetFixture.h"
 #include "console/VelmoVpnConsolePages.h"
-#include "console/VelmoVpnConsoleStyle.h"
-#include "console/VelmoVpnConsoleUi.h"
 #include "gui/text/KyCodeEditor.h"
-#include "gui/widgets/KyBoxLayout.h"
 #include "gui/widgets/KyLineEdit.h"
 #include "gui/widgets/KyMainWindow.h"
 #include "gui/widgets/KyMenu.h"
 #include "gui/widgets/KyMenuBar.h"
 #include "gui/widgets/KyMessageBox.h"
+#include "../support/KyTestConsoleScreen.h"
 
 namespace {
 
@@ -46,25 +43,20 @@ std::set<fs::path> entries(const fs::path& directory) {
     return out;
 }
 
-KyWidget* buildPage(KyWidget& host, VelmoVpnConsoleUi& ui) {
+void buildPage(KyWidget& host, VelmoVpnConsoleUi& ui) {
     auto* page = new KyWidget(&host);
     buildVelmoVpnConsoleMonitorPage(*page, ui);
     auto* layout = new KyVerticalLayout;
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(page, 1);
     host.setLayout(layout);
-    return page;
 }
 
-struct MonitorPage : kytest::WidgetFixture {
+struct MonitorPage : kytest::ConsolePageFixture {
     void SetUp() override {
-        WidgetFixture::SetUp();
-        root = new KyWidget;
-        root->setObjectName("consoleRoot");
-        root->setStyleSheet(VelmoVpnConsoleStyle::windowCss());
-        page = buildPage(*root, ui);
+        ConsolePageFixture::SetUp();
+        showPage(&buildVelmoVpnConsoleMonitorPage, 1260, 700);
         log = ui.logEditor;
-        showRoot(1260, 700);
     }
     void append(int from, int to, const char* what = "peer ready") {
         for (int i = from; i < to; ++i)
@@ -84,8 +76,6 @@ struct MonitorPage : kytest::WidgetFixture {
     }
     void settle() { kytest::settleWindow(*this, *window, page, 6, 6); }
 
-    VelmoVpnConsoleUi ui;
-    KyWidget* page = nullptr;
     KyCodeEditor* log = nullptr;
 };
 
