@@ -105,7 +105,7 @@ protected:
     Child tray_;
 };
 
-TEST_F(ConsoleLifecycle, SignInFromTheKeyboardLeavesNoCopyOfARefusedPasswordAndOneShellAtATime) {
+TEST_F(ConsoleLifecycle, FromTheKeyboardSignInToAJoinedVpnOneShellAtATimeAndNoCopyOfARefusedPassword) {
     Child agent, console;
     ASSERT_TRUE(startBound(agent, console));
     // The loading window comes first; the login form after the grace time, alone.
@@ -131,9 +131,34 @@ TEST_F(ConsoleLifecycle, SignInFromTheKeyboardLeavesNoCopyOfARefusedPasswordAndO
     // The keyboard is back on the emptied password field.
     user_.typeText("velmo-demo");
     user_.tapKey(XK_Return);
-    EXPECT_TRUE(console.waitForError("shell: console", 30s)) << console.err();
-    EXPECT_TRUE(until([&] { return findWindow(1260, 820, "VELMO VPN Console") && !findWindow(440, 530, "VELMO VPN"); }))
+    ASSERT_TRUE(console.waitForError("shell: console", 30s)) << console.err();
+    Window w = 0;
+    ASSERT_TRUE(until([&] { return (w = findWindow(1260, 820, "VELMO VPN Console")) && !findWindow(440, 530, "VELMO VPN"); }))
         << "the login window stayed beside the console";
+
+    // On the "VPNs" page: a row selects and loads its users, its switch joins it.
+    ASSERT_TRUE(console.waitForError("catalog: VPN catalog ready", 30s)) << console.err();
+    user_.fakeMotion(1599, 999);  // off the window: no row is hovered
+    const KyRect catalogArea{0, 100, 630, 600}, usersArea{630, 100, 630, 600};
+    std::vector<KyRect> rows;
+    ASSERT_TRUE(until([&] { return (rows = tiles(w, catalogArea)).size() >= 2; }));
+    EXPECT_TRUE(tiles(w, usersArea).empty());
+
+    const KyRect vpn = rows[1];
+    clickAt(w, vpn.x + 140, vpn.y + vpn.height / 2);
+    EXPECT_TRUE(console.waitForError("endpoints: VPN users ready", 30s)) << console.err();
+    user_.fakeMotion(1599, 999);
+    EXPECT_TRUE(until([&] { return !tiles(w, usersArea).empty(); })) << "no user rows appeared";
+
+    // The agent held still: the row pulses while the join is under way.
+    ASSERT_TRUE(kytest::stopOutsideCriticalSections(agent.pid(), domain_));
+    clickAt(w, vpn.x + vpn.width - 34, vpn.y + vpn.height / 2);
+    const KyColor joining(44, 40, 36), connected(22, 52, 48);
+    EXPECT_TRUE(until([&] { return pixelsOf(w, vpn, joining) > 20; })) << "no JOINING tag";
+    agent.sendSignal(SIGCONT);
+    EXPECT_TRUE(console.waitForError("  |  Local VPN ", 30s)) << console.err();
+    EXPECT_TRUE(until([&] { return pixelsOf(w, vpn, connected) > 20 && pixelsOf(w, vpn, joining) == 0; }))
+        << "no CONNECTED tag";
 }
 
 TEST_F(ConsoleLifecycle, WithoutAnAgentTheLoadingWindowAnimatesAndLogoutDoesNothing) {
@@ -200,35 +225,6 @@ TEST_F(ConsoleLifecycle, ClosingHidesToTheTrayAndQuitEndsAskingOnlyALiveAgentToS
         EXPECT_EQ(agent.finish(30s), 0) << "the agent was not asked to stop";
         EXPECT_NE(agent.out().find("velmo-demo-agent stopped"), std::string::npos) << agent.out();
     }
-}
-
-TEST_F(ConsoleLifecycle, AVpnRowSelectsLoadsItsUsersAndItsSwitchJoinsIt) {
-    Child agent, console;
-    ASSERT_TRUE(startBound(agent, console));
-    const Window w = signIn(console);
-    ASSERT_NE(w, 0u);
-    ASSERT_TRUE(console.waitForError("catalog: VPN catalog ready", 30s)) << console.err();
-    user_.fakeMotion(1599, 999);  // off the window: no row is hovered
-    const KyRect catalogArea{0, 100, 630, 600}, usersArea{630, 100, 630, 600};
-    std::vector<KyRect> rows;
-    ASSERT_TRUE(until([&] { return (rows = tiles(w, catalogArea)).size() >= 2; }));
-    EXPECT_TRUE(tiles(w, usersArea).empty());
-
-    const KyRect vpn = rows[1];
-    clickAt(w, vpn.x + 140, vpn.y + vpn.height / 2);
-    EXPECT_TRUE(console.waitForError("endpoints: VPN users ready", 30s)) << console.err();
-    user_.fakeMotion(1599, 999);
-    EXPECT_TRUE(until([&] { return !tiles(w, usersArea).empty(); })) << "no user rows appeared";
-
-    // The agent held still: the row pulses while the join is under way.
-    ASSERT_TRUE(kytest::stopOutsideCriticalSections(agent.pid(), domain_));
-    clickAt(w, vpn.x + vpn.width - 34, vpn.y + vpn.height / 2);
-    const KyColor joining(44, 40, 36), connected(22, 52, 48);
-    EXPECT_TRUE(until([&] { return pixelsOf(w, vpn, joining) > 20; })) << "no JOINING tag";
-    agent.sendSignal(SIGCONT);
-    EXPECT_TRUE(console.waitForError("  |  Local VPN ", 30s)) << console.err();
-    EXPECT_TRUE(until([&] { return pixelsOf(w, vpn, connected) > 20 && pixelsOf(w, vpn, joining) == 0; }))
-        << "no CONNECTED tag";
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include <set>
 #include <string>
 
+#include "console/VelmoVpnConsoleMonitor.h"
 #include "console/VelmoVpnConsolePages.h"
 #include "gui/text/KyCodeEditor.h"
 #include "gui/widgets/KyLineEdit.h"
@@ -23,6 +24,7 @@
 #include "gui/widgets/KyMenu.h"
 #include "gui/widgets/KyMenuBar.h"
 #include "gui/widgets/KyMessageBox.h"
+#include "gui/widgets/KyPushButton.h"
 #include "../support/KyTestConsoleScreen.h"
 
 namespace {
@@ -102,6 +104,13 @@ TEST_F(MonitorPage, AReaderWhoPagedUpKeepsTheSameLinesOnScreenWhileTheLogIsTrimm
     EXPECT_EQ(log->document()->blockText(log->firstVisibleBlock()), top);
 }
 
+TEST_F(MonitorPage, AViewTallerThanTheFollowMarginStillFollowsTheEnd) {
+    root->setGeometry(0, 0, 1260, 1600);  // past the screen's edge: only the layout counts here
+    append(0, 400);
+    ASSERT_GT(log->visibleLineCount(), kVelmoVpnConsoleLogFollowMargin);
+    EXPECT_GE(log->firstVisibleBlock() + log->visibleLineCount(), 399);
+}
+
 TEST_F(MonitorPage, TheErrorColourMarksDisconnectedButNotTheLowerCaseWord) {
     struct Row { const char* name; const char* what; bool coloured; };
     const Row rows[] = {
@@ -122,14 +131,22 @@ TEST_F(MonitorPage, TheErrorColourMarksDisconnectedButNotTheLowerCaseWord) {
     }
 }
 
-TEST_F(MonitorPage, CtrlCCopiesTheSelectionOfTheReadOnlyLog) {
+TEST_F(MonitorPage, BeforeTheLinkTheLogTakesNoTypingNorClearingAndCtrlCCopiesItsSelection) {
     append(0, 3);
+    int clears = 0;
+    KyObject::connect(ui.clearLogButton, &KyPushButton::clicked, [&] { ++clears; });
+    clickOn(ui.clearLogButton);
     clickLine(1);
+    const KyString before = log->toPlainText();
+    user->typeText("x");
     user->tapKey(XK_Home);
     user->tapKey(XK_End, XK_Shift_L);
     user->tapKey(XK_c, XK_Control_L);
+    // Handled in order: once the copy is there, the typing and the click were too.
     EXPECT_TRUE(runUntil([&] { return platform()->clipboardText() == log->document()->blockText(1); }))
         << platform()->clipboardText().toStdString();
+    EXPECT_EQ(log->toPlainText(), before) << "typing reached the read-only log";
+    EXPECT_EQ(clears, 0) << "Clear Log acted before the agent was linked";
 }
 
 using SaveLog = kytest::GuiFixture;

@@ -1,8 +1,8 @@
 // The console's shells on a private Xvfb, driven through XTEST: the login
-// form's keyboard path (Tab order, Return sends the form), the e-mail
-// suggestions, and the report of a failed start shown once as a box in the
-// console's palette. Which shell shows when is the console's own road, played
-// end to end beside the real agent in the lifecycle cases.
+// form's Tab order, the e-mail suggestions, and the report of a failed start
+// shown once as a box in the console's palette. Which shell shows when, and
+// Return sending the form, are the console's own road, played end to end
+// beside the real agent in the lifecycle cases.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -63,19 +63,12 @@ struct Shells : kytest::GuiFixture {
     VelmoVpnConsoleUi ui;
 };
 
-TEST_F(Shells, TabWalksTheLoginFormInReadingOrderAndReturnSendsIt) {
+// (Return in the password field sends the form: the keyboard sign-in beside the real agent plays that.)
+TEST_F(Shells, TabWalksTheLoginFormInReadingOrder) {
     showLogin();
-    int sent = 0;
-    KyObject::connect(ui.signInButton, &KyPushButton::clicked, [&] { ++sent; });
     click(id(*login), ui.emailField);
     ASSERT_TRUE(runUntil([&] { return ui.emailField->hasFocus(); }));
-    user->typeText("me@x.io");
-    ASSERT_TRUE(runUntil([&] { return ui.emailField->getText() == "me@x.io"; }));
-
-    struct Row {
-        const char* name;
-        KyWidget* focused;
-    };
+    struct Row { const char* name; KyWidget* focused; };
     const Row rows[] = {{"password", ui.passwordField},
                         {"custom base URL box", ui.customBaseUrl},
                         {"base URL field", ui.baseUrlField},
@@ -86,10 +79,6 @@ TEST_F(Shells, TabWalksTheLoginFormInReadingOrderAndReturnSendsIt) {
         user->tapKey(XK_Tab);
         EXPECT_TRUE(runUntil([&] { return row.focused->hasFocus(); }));
     }
-    user->tapKey(XK_Tab);
-    ASSERT_TRUE(runUntil([&] { return ui.passwordField->hasFocus(); }));
-    user->tapKey(XK_Return);
-    EXPECT_TRUE(runUntil([&] { return sent == 1; })) << "Return in the password field did not send the form";
 }
 
 TEST_F(Shells, EmailFieldOffersTheHistoryAndAChoiceMovesOnToThePassword) {
