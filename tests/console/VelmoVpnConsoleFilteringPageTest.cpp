@@ -26,20 +26,11 @@ namespace {
 using namespace std::chrono_literals;
 constexpr int kWidth = 1260, kHeight = 700;
 
-struct MoveCounter : KyObject {
-    int moves = 0;
-    bool eventFilter(KyObject*, KyEvent* e) override {
-        moves += e->type() == KyWidget::Event::MouseMove;
-        return false;
-    }
-};
-
 struct FilteringPage : kytest::ConsolePageFixture {
     void SetUp() override {
         ConsolePageFixture::SetUp();
         ASSERT_TRUE(link.startAgent(agent, "velmo.demo.agent.debug=true")) << agent.err();
         showPage(&buildVelmoVpnConsoleFilteringPage, kWidth, kHeight);
-        page->installEventFilter(&pageMoves);
         XSetInputFocus(user->display(), window->id(), RevertToPointerRoot, CurrentTime);
         ui.filterEnabled->setChecked(true);
         velmoVpnConsoleRefreshFilterWidgets(ui, true);
@@ -49,13 +40,9 @@ struct FilteringPage : kytest::ConsolePageFixture {
         link.proxy_.reset();
         ConsolePageFixture::TearDown();
     }
-    // Everything sent before has been handled once a motion over the page's
-    // bare corner, queued behind it, has arrived.
-    void sync() {
-        const int before = pageMoves.moves;
-        user->sendMotion(window->id(), kWidth - 2 - pageMoves.moves % 2, kHeight - 2);
-        ASSERT_TRUE(runUntil([&] { return pageMoves.moves > before; }));
-    }
+    // Everything sent before has been handled and painted once a motion over
+    // the page's bare corner, queued behind it, has arrived.
+    void sync() { kytest::settleWindow(*this, *window, page, kWidth - 2, kHeight - 2); }
     void key(KeySym sym) {
         user->tapKey(sym);
         sync();
@@ -81,7 +68,6 @@ struct FilteringPage : kytest::ConsolePageFixture {
 
     kytest::ConsoleProcesses link;
     kytest::Child agent;
-    MoveCounter pageMoves;
 };
 
 TEST_F(FilteringPage, TheFormPushesItsTenKeysInOrderAndPassThroughValuesWhenOff) {

@@ -18,6 +18,7 @@
 
 #include "console/VelmoVpnConsoleMonitor.h"
 #include "console/VelmoVpnConsolePages.h"
+#include "console/VelmoVpnConsoleSession.h"
 #include "gui/text/KyCodeEditor.h"
 #include "gui/widgets/KyLineEdit.h"
 #include "gui/widgets/KyMainWindow.h"
@@ -25,6 +26,7 @@
 #include "gui/widgets/KyMenuBar.h"
 #include "gui/widgets/KyMessageBox.h"
 #include "gui/widgets/KyPushButton.h"
+#include "gui/widgets/KyStatusLight.h"
 #include "../support/KyTestConsoleScreen.h"
 
 namespace {
@@ -109,6 +111,19 @@ TEST_F(MonitorPage, AViewTallerThanTheFollowMarginStillFollowsTheEnd) {
     append(0, 400);
     ASSERT_GT(log->visibleLineCount(), kVelmoVpnConsoleLogFollowMargin);
     EXPECT_GE(log->firstVisibleBlock() + log->visibleLineCount(), 399);
+}
+
+TEST_F(MonitorPage, TheLinkEnablesClearLogAndTheStatusLightFollowsTheSession) {
+    ui.remoteStatusLight = new KyStatusLight(page);  // the console's status bar holds it
+    VelmoVpnConsoleSession session;
+    session.localVpnId = "vpn-1";
+    session.backendConnected = true;
+    velmoVpnConsoleRefreshMonitorWidgets(ui, session);
+    EXPECT_TRUE(ui.clearLogButton->isEnabled());
+    EXPECT_EQ(ui.remoteStatusLight->state(), kVelmoVpnConsoleLightDisconnected) << "the remote side is not ready";
+    session.localVpnId = "";
+    velmoVpnConsoleRefreshMonitorWidgets(ui, session);
+    EXPECT_EQ(ui.remoteStatusLight->state(), kVelmoVpnConsoleLightNoVpn);
 }
 
 TEST_F(MonitorPage, TheErrorColourMarksDisconnectedButNotTheLowerCaseWord) {
