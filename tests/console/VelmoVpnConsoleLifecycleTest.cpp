@@ -46,13 +46,24 @@ protected:
         if (!until([&] { return !findWindow(0, 0, "menu"); })) return ::testing::AssertionFailure() << "menu stayed";
         return ::testing::AssertionSuccess();
     }
-    /// Signs in through the test's own link to the agent and waits for the console window.
-    Window signIn(Child& console) {
-        EXPECT_TRUE(user().loginUser("", "demo@velmo.net", "velmo-demo", 5000)) << user().lastError("loginUser");
-        EXPECT_TRUE(console.waitForError("shell: console", 30s)) << console.err();
-        Window w = 0;
-        until([&] { return (w = findWindow(1260, 820, "VELMO VPN Console")) != 0; });
-        return w;
+    /// Closes the console window as a window manager's close button does:
+    /// the window goes, the process and its tray icon stay.
+    void closeToTray(Window window, Child& console) {
+        XEvent e{};
+        e.xclient = {ClientMessage, 0, True, user_.display(), window, user_.atom("WM_PROTOCOLS"), 32, {}};
+        e.xclient.data.l[0] = long(user_.atom("WM_DELETE_WINDOW"));
+        XSendEvent(user_.display(), window, False, NoEventMask, &e);
+        XSync(user_.display(), False);
+        EXPECT_TRUE(until([&] { return !findWindow(1260, 820, "VELMO VPN Console"); }));
+        EXPECT_TRUE(alive(console));
+        EXPECT_NE(findWindow(0, 0, "tray"), 0u) << "the tray icon went with the window";
+        domain_.observe();  // every channel of the run, for the clean-up after the processes
+    }
+    /// "Quit" from the tray ends the console cleanly, whatever became of its agent.
+    void quitFromTray(Child& console) {
+        ASSERT_TRUE(pickFromTray(kQuit));
+        EXPECT_EQ(console.finish(30s), 0) << console.err();
+        EXPECT_EQ(console.err().find("WARNING: Backend shutdown request failed"), std::string::npos) << console.err();
     }
     /// Clicks into the top-most input field of the mapped top-level window of
     /// this size (the first row with a long run of the input background),
@@ -159,6 +170,13 @@ TEST_F(ConsoleLifecycle, FromTheKeyboardSignInToAJoinedVpnOneShellAtATimeAndNoCo
     EXPECT_TRUE(console.waitForError("  |  Local VPN ", 30s)) << console.err();
     EXPECT_TRUE(until([&] { return pixelsOf(w, vpn, connected) > 20 && pixelsOf(w, vpn, joining) == 0; }))
         << "no CONNECTED tag";
+
+    // Closed to the tray, then the agent goes (cleanly: a killed one leaves its
+    // channels to the next agent): "Quit" has no one to ask and still ends well.
+    closeToTray(w, console);
+    agent.sendSignal(SIGTERM);
+    EXPECT_EQ(agent.finish(30s), 0);
+    quitFromTray(console);
 }
 
 TEST_F(ConsoleLifecycle, WithoutAnAgentTheLoadingWindowAnimatesAndLogoutDoesNothing) {
@@ -178,7 +196,7 @@ TEST_F(ConsoleLifecycle, WithoutAnAgentTheLoadingWindowAnimatesAndLogoutDoesNoth
     EXPECT_EQ(console.err().find("Requesting backend shutdown"), std::string::npos);
 }
 
-TEST_F(ConsoleLifecycle, ARememberedSessionOpensTheConsoleWithoutTheLoginWindow) {
+TEST_F(ConsoleLifecycle, ARememberedSessionOpensTheConsoleAndQuitFromTheTrayStopsTheAgent) {
     Child first, agent, console;
     ASSERT_TRUE(startAgent(first)) << first.err();
     ASSERT_TRUE(user().loginUser("", "demo@velmo.net", "velmo-demo", 5000)) << user().lastError("loginUser");
@@ -188,43 +206,19 @@ TEST_F(ConsoleLifecycle, ARememberedSessionOpensTheConsoleWithoutTheLoginWindow)
 
     ASSERT_TRUE(startBound(agent, console));  // the new agent restores the session the first one remembered
     bool loginSeen = false;
-    EXPECT_TRUE(until([&] {
+    Window w = 0;
+    ASSERT_TRUE(until([&] {
         loginSeen = loginSeen || findWindow(440, 530, "VELMO VPN");
-        return findWindow(1260, 820, "VELMO VPN Console") != 0;
+        return (w = findWindow(1260, 820, "VELMO VPN Console")) != 0;
     }));
     EXPECT_FALSE(loginSeen);
     EXPECT_EQ(console.err().find("shell: login"), std::string::npos) << console.err();
-}
 
-TEST_F(ConsoleLifecycle, ClosingHidesToTheTrayAndQuitEndsAskingOnlyALiveAgentToStop) {
-    struct Row { const char* name; bool killAgent; };
-    for (const Row& row : {Row{"agent alive", false}, Row{"agent gone first", true}}) {
-        SCOPED_TRACE(row.name);
-        Child agent, console;
-        ASSERT_TRUE(startBound(agent, console));
-        const Window window = signIn(console);
-        ASSERT_NE(window, 0u);
-        XEvent e{};  // what a window manager sends for the title bar's close button
-        e.xclient = {ClientMessage, 0, True, user_.display(), window, user_.atom("WM_PROTOCOLS"), 32, {}};
-        e.xclient.data.l[0] = long(user_.atom("WM_DELETE_WINDOW"));
-        XSendEvent(user_.display(), window, False, NoEventMask, &e);
-        XSync(user_.display(), False);
-        EXPECT_TRUE(until([&] { return !findWindow(1260, 820, "VELMO VPN Console"); }));
-        EXPECT_TRUE(alive(console));
-        EXPECT_NE(findWindow(0, 0, "tray"), 0u) << "the tray icon went with the window";
-
-        domain_.observe();  // every channel of the run, for the clean-up after both rows
-        if (row.killAgent) {  // gone, and gone cleanly: a killed one leaves its channels to the next agent
-            agent.sendSignal(SIGTERM);
-            EXPECT_EQ(agent.finish(30s), 0);
-        }
-        ASSERT_TRUE(pickFromTray(kQuit));
-        EXPECT_EQ(console.finish(30s), 0) << console.err();
-        EXPECT_EQ(console.err().find("WARNING: Backend shutdown request failed"), std::string::npos) << console.err();
-        if (row.killAgent) continue;
-        EXPECT_EQ(agent.finish(30s), 0) << "the agent was not asked to stop";
-        EXPECT_NE(agent.out().find("velmo-demo-agent stopped"), std::string::npos) << agent.out();
-    }
+    // Closing the window keeps the console in the tray; "Quit" asks the live agent to stop.
+    closeToTray(w, console);
+    quitFromTray(console);
+    EXPECT_EQ(agent.finish(30s), 0) << "the agent was not asked to stop";
+    EXPECT_NE(agent.out().find("velmo-demo-agent stopped"), std::string::npos) << agent.out();
 }
 
 }  // namespace
