@@ -71,6 +71,9 @@ struct FilteringPage : kytest::ConsolePageFixture {
 };
 
 TEST_F(FilteringPage, TheFormPushesItsTenKeysInOrderAndPassThroughValuesWhenOff) {
+    using Fields = std::initializer_list<const KyWidget*>;
+    for (const KyWidget* w : Fields{ui.filterProtocol, ui.filterSource, ui.filterPortMin, ui.filterRangeMode})
+        EXPECT_GE(w->rootRect().x, 128) << "a field of the left column is not right of its label";
     ui.filterProtocol->setCurrentIndex(2);
     ui.filterForwardMode->setCurrentIndex(1);
     ui.filterSource->setText("10.1.0.0/16");
@@ -101,8 +104,10 @@ TEST_F(FilteringPage, TheFormPushesItsTenKeysInOrderAndPassThroughValuesWhenOff)
     };
     EXPECT_EQ(configLines(), on);
 
-    // The master box off, the widgets untouched: the agent gets pass-through values.
+    // The master box off, the widgets untouched: the form greys, the agent gets pass-through values.
     ui.filterEnabled->setChecked(false);
+    velmoVpnConsoleRefreshFilterWidgets(ui, true);
+    EXPECT_FALSE(ui.filterSource->isEnabled());
     velmoVpnConsolePushFilterForm(ui, &link.user(), true, false);
     ASSERT_TRUE(agent.waitForError("Config vpn/blocked_ranges = (empty)", 30s)) << agent.err();
     const std::vector<std::string> all = configLines();
