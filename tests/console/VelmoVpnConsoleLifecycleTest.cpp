@@ -144,8 +144,9 @@ TEST_F(ConsoleLifecycle, FromTheKeyboardSignInToAJoinedVpnOneShellAtATimeAndNoCo
     user_.tapKey(XK_Return);
     ASSERT_TRUE(console.waitForError("shell: console", 30s)) << console.err();
     Window w = 0;
-    ASSERT_TRUE(until([&] { return (w = findWindow(1260, 820, "VELMO VPN Console")) && !findWindow(440, 530, "VELMO VPN"); }))
-        << "the login window stayed beside the console";
+    ASSERT_TRUE(until([&] {
+        return (w = findWindow(1260, 820, "VELMO VPN Console")) && !findWindow(440, 530, "VELMO VPN");
+    })) << "the login window stayed beside the console";
 
     // On the "VPNs" page: a row selects and loads its users, its switch joins it.
     ASSERT_TRUE(console.waitForError("catalog: VPN catalog ready", 30s)) << console.err();
