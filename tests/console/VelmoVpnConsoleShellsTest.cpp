@@ -68,6 +68,7 @@ TEST_F(Shells, TabWalksTheLoginFormInReadingOrder) {
     showLogin();
     click(id(*login), ui.emailField);
     ASSERT_TRUE(runUntil([&] { return ui.emailField->hasFocus(); }));
+    EXPECT_FALSE(ui.customBaseUrl->isChecked()) << "a sign-in goes to the default base URL unless the user asks";
     struct Row { const char* name; KyWidget* focused; };
     const Row rows[] = {{"password", ui.passwordField},
                         {"custom base URL box", ui.customBaseUrl},
