@@ -80,6 +80,13 @@ TEST_F(Shells, TabWalksTheLoginFormInReadingOrder) {
         user->tapKey(XK_Tab);
         EXPECT_TRUE(runUntil([&] { return row.focused->hasFocus(); }));
     }
+    // Until the box is ticked, the base URL field takes no typing.
+    const KyString url = ui.baseUrlField->getText();
+    click(id(*login), ui.baseUrlField);
+    user->typeText("x");
+    user->tapKey(XK_Tab);  // handled after the typing
+    ASSERT_TRUE(runUntil([&] { return ui.signInButton->hasFocus(); }));
+    EXPECT_EQ(ui.baseUrlField->getText(), url);
 }
 
 TEST_F(Shells, EmailFieldOffersTheHistoryAndAChoiceMovesOnToThePassword) {
