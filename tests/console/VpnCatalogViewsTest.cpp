@@ -2,6 +2,7 @@
 // through XTEST reach the select, join and device callbacks with the right id
 // and wanted state; copies land on the clipboard; the switches' pixels say
 // on, off and greyed.
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -141,6 +142,22 @@ TEST_F(VpnsPage, SwitchPixelsShowOnOffAndGreyedAndAGreyedSwitchIsInert) {
     click(at(ui.endpointView, 1, true));
     ASSERT_TRUE(awaitCalls(1));
     EXPECT_EQ(calls, std::vector<std::string>{"device d-2 on"});
+}
+
+TEST_F(VpnsPage, AnEmptyLoadedListSaysSoWhileALoadingOneStaysQuiet) {
+    session.endpointsJson = KyJsonArray();
+    auto inked = [&] { // pixels of the list's middle unlike the list's own fill
+        const KyRect r = ui.endpointView->rootRect();
+        const auto px = user->pixels(window->id(), {r.x + r.width / 4, r.y + r.height / 3, r.width / 2, r.height / 3});
+        return std::count_if(px.begin(), px.end(), [&](std::uint32_t p) { return p != px.front(); });
+    };
+    struct Row { const char* name; const char* status; bool says; };
+    for (const Row& r : {Row{"a loaded empty list", "ready", true}, Row{"a list on its way", "loading", false}}) {
+        session.endpointStatus = r.status;
+        refresh();
+        settle();
+        EXPECT_EQ(inked() > 0, r.says) << r.name;
+    }
 }
 
 TEST_F(VpnsPage, ARowsToolTipIsADarkCardLikeTheMenus) {
