@@ -2,20 +2,11 @@
 // agent receives when the form is pushed (read from the agent's own log on
 // its stderr), and the range-rules editor driven through the X server with
 // XTEST, as a user's mouse and keyboard drive it.
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "../support/KyTestIpc.h"
-#include "../support/KyTestProcess.h"
-#include "../support/KyTestWidgetWindow.h"
-#include "console/VelmoVpnAgentProxy.h"
 #include "console/VelmoVpnConsolePages.h"
-#include "console/VelmoVpnConsoleStyle.h"
-#include "console/VelmoVpnConsoleUi.h"
 #include "console/VpnRangeRulesEditor.h"
 #include "console/VpnRangeRulesModel.h"
 #include "gui/modelview/KySortFilterProxyModel.h"
@@ -27,7 +18,7 @@
 #include "gui/widgets/KyPushButton.h"
 #include "gui/widgets/KySpinBox.h"
 // Xlib's macros last: they would clash with the framework's names.
-#include "../support/KyTestX11.h"
+#include "../support/KyTestConsoleScreen.h"
 #include <X11/keysym.h>
 
 namespace {
@@ -35,52 +26,23 @@ namespace {
 using namespace std::chrono_literals;
 constexpr int kWidth = 1260, kHeight = 700;
 
-struct MoveCounter : KyObject {
-    int moves = 0;
-    bool eventFilter(KyObject*, KyEvent* e) override {
-        moves += e->type() == KyWidget::Event::MouseMove;
-        return false;
-    }
-};
-
-struct FilteringPage : kytest::GuiFixture {
+struct FilteringPage : kytest::ConsolePageFixture {
     void SetUp() override {
-        GuiFixture::SetUp();
-        ASSERT_TRUE(agent.start(kytest::helperPath("../../tools/velmo-demo-agent"),
-                                {"--domain", domain.name().toStdString(), "--state-dir", home.path().toStdString()},
-                                {"KY_LOGGING_RULES=velmo.demo.agent.debug=true"}, {"KY_DEBUG_RULES"}));
-        domain.trackPid(static_cast<uint32_t>(agent.pid()));
-        ASSERT_TRUE(agent.waitForText("velmo-demo-agent ready", 30s)) << agent.err();
-        proxy = std::make_unique<VelmoVpnAgentProxy>(domain.name(), "velnet/VelmoVpnAgent", "test");
-
-        root = new KyWidget;
-        root->setObjectName("consoleRoot");
-        root->setStyleSheet(VelmoVpnConsoleStyle::windowCss());
-        page = new KyWidget(root);
-        buildVelmoVpnConsoleFilteringPage(*page, ui);
-        host = std::make_unique<kytest::WidgetWindow>(app.get(), root, kWidth, kHeight);
-        page->setGeometry(0, 0, kWidth, kHeight);
-        host->show();
-        ASSERT_TRUE(runUntil([&] { return host->paints > 0; }));
-        page->installEventFilter(&pageMoves);
-        XSetInputFocus(user->display(), host->id(), RevertToPointerRoot, CurrentTime);
+        ConsolePageFixture::SetUp();
+        ASSERT_TRUE(link.startAgent(agent, "velmo.demo.agent.debug=true")) << agent.err();
+        showPage(&buildVelmoVpnConsoleFilteringPage, kWidth, kHeight);
+        XSetInputFocus(user->display(), window->id(), RevertToPointerRoot, CurrentTime);
         ui.filterEnabled->setChecked(true);
         velmoVpnConsoleRefreshFilterWidgets(ui, true);
         sync();
     }
     void TearDown() override {
-        delete root;
-        host.reset();
-        proxy.reset();
-        GuiFixture::TearDown();
+        link.proxy_.reset();
+        ConsolePageFixture::TearDown();
     }
-    // Everything sent before has been handled once a motion over the page's
-    // bare corner, queued behind it, has arrived.
-    void sync() {
-        const int before = pageMoves.moves;
-        user->sendMotion(host->id(), kWidth - 2 - pageMoves.moves % 2, kHeight - 2);
-        ASSERT_TRUE(runUntil([&] { return pageMoves.moves > before; }));
-    }
+    // Everything sent before has been handled and painted once a motion over
+    // the page's bare corner, queued behind it, has arrived.
+    void sync() { kytest::settleWindow(*this, *window, page, kWidth - 2, kHeight - 2); }
     void key(KeySym sym) {
         user->tapKey(sym);
         sync();
@@ -90,10 +52,7 @@ struct FilteringPage : kytest::GuiFixture {
         sync();
     }
     void click(const KyWidget* w) {
-        const KyPoint origin = KyWidgetPlatformAdapter::clientOriginOnScreen(root->nativeHandle());
-        user->fakeMotion(origin.x + w->rootRect().x + w->width() / 2, origin.y + w->rootRect().y + w->height() / 2);
-        user->fakeButton(1, true);
-        user->fakeButton(1, false);
+        clickOn(w);
         sync();
     }
     VpnRangeRulesEditor& editor() { return *ui.rangeRulesEditor; }
@@ -107,18 +66,14 @@ struct FilteringPage : kytest::GuiFixture {
         return lines;
     }
 
-    kytest::IpcDomain domain{"filtering"};
-    kytest::TempDir home;
+    kytest::ConsoleProcesses link;
     kytest::Child agent;
-    std::unique_ptr<VelmoVpnAgentProxy> proxy;
-    KyWidget* root = nullptr;
-    KyWidget* page = nullptr;
-    std::unique_ptr<kytest::WidgetWindow> host;
-    VelmoVpnConsoleUi ui;
-    MoveCounter pageMoves;
 };
 
 TEST_F(FilteringPage, TheFormPushesItsTenKeysInOrderAndPassThroughValuesWhenOff) {
+    using Fields = std::initializer_list<const KyWidget*>;
+    for (const KyWidget* w : Fields{ui.filterProtocol, ui.filterSource, ui.filterPortMin, ui.filterRangeMode})
+        EXPECT_GE(w->rootRect().x, 128) << "a field of the left column is not right of its label";
     ui.filterProtocol->setCurrentIndex(2);
     ui.filterForwardMode->setCurrentIndex(1);
     ui.filterSource->setText("10.1.0.0/16");
@@ -132,14 +87,14 @@ TEST_F(FilteringPage, TheFormPushesItsTenKeysInOrderAndPassThroughValuesWhenOff)
 
     // Nothing goes out without the link or while the form is being reset;
     // an unknown key sent after them marks where their lines would be.
-    velmoVpnConsolePushFilterForm(ui, proxy.get(), false, false);
-    velmoVpnConsolePushFilterForm(ui, proxy.get(), true, true);
+    velmoVpnConsolePushFilterForm(ui, &link.user(), false, false);
+    velmoVpnConsolePushFilterForm(ui, &link.user(), true, true);
     velmoVpnConsolePushFilterForm(ui, nullptr, true, false);
-    proxy->setRemoteConfig("filter/marker", "1");
+    link.user().setRemoteConfig("filter/marker", "1");
     ASSERT_TRUE(agent.waitForError("Unknown remote config key: filter/marker", 30s)) << agent.err();
     EXPECT_TRUE(configLines().empty()) << agent.err();
 
-    velmoVpnConsolePushFilterForm(ui, proxy.get(), true, false);
+    velmoVpnConsolePushFilterForm(ui, &link.user(), true, false);
     ASSERT_TRUE(agent.waitForError("Config vpn/blocked_ranges = 172.16.0.0/12", 30s)) << agent.err();
     const std::vector<std::string> on = {
         "filter/protocol = 2 (UDP)",        "filter/forward_mode = 1 (Log only)", "filter/src_ip = 10.1.0.0/16",
@@ -149,9 +104,11 @@ TEST_F(FilteringPage, TheFormPushesItsTenKeysInOrderAndPassThroughValuesWhenOff)
     };
     EXPECT_EQ(configLines(), on);
 
-    // The master box off, the widgets untouched: the agent gets pass-through values.
+    // The master box off, the widgets untouched: the form greys, the agent gets pass-through values.
     ui.filterEnabled->setChecked(false);
-    velmoVpnConsolePushFilterForm(ui, proxy.get(), true, false);
+    velmoVpnConsoleRefreshFilterWidgets(ui, true);
+    EXPECT_FALSE(ui.filterSource->isEnabled());
+    velmoVpnConsolePushFilterForm(ui, &link.user(), true, false);
     ASSERT_TRUE(agent.waitForError("Config vpn/blocked_ranges = (empty)", 30s)) << agent.err();
     const std::vector<std::string> all = configLines();
     const std::vector<std::string> off(all.begin() + std::min<size_t>(10, all.size()), all.end());

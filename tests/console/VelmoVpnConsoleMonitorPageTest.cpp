@@ -16,17 +16,18 @@
 #include <set>
 #include <string>
 
-#include "../support/KyTestWidgetFixture.h"
+#include "console/VelmoVpnConsoleMonitor.h"
 #include "console/VelmoVpnConsolePages.h"
-#include "console/VelmoVpnConsoleStyle.h"
-#include "console/VelmoVpnConsoleUi.h"
+#include "console/VelmoVpnConsoleSession.h"
 #include "gui/text/KyCodeEditor.h"
-#include "gui/widgets/KyBoxLayout.h"
 #include "gui/widgets/KyLineEdit.h"
 #include "gui/widgets/KyMainWindow.h"
 #include "gui/widgets/KyMenu.h"
 #include "gui/widgets/KyMenuBar.h"
 #include "gui/widgets/KyMessageBox.h"
+#include "gui/widgets/KyPushButton.h"
+#include "gui/widgets/KyStatusLight.h"
+#include "../support/KyTestConsoleScreen.h"
 
 namespace {
 
@@ -46,25 +47,20 @@ std::set<fs::path> entries(const fs::path& directory) {
     return out;
 }
 
-KyWidget* buildPage(KyWidget& host, VelmoVpnConsoleUi& ui) {
+void buildPage(KyWidget& host, VelmoVpnConsoleUi& ui) {
     auto* page = new KyWidget(&host);
     buildVelmoVpnConsoleMonitorPage(*page, ui);
     auto* layout = new KyVerticalLayout;
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(page, 1);
     host.setLayout(layout);
-    return page;
 }
 
-struct MonitorPage : kytest::WidgetFixture {
+struct MonitorPage : kytest::ConsolePageFixture {
     void SetUp() override {
-        WidgetFixture::SetUp();
-        root = new KyWidget;
-        root->setObjectName("consoleRoot");
-        root->setStyleSheet(VelmoVpnConsoleStyle::windowCss());
-        page = buildPage(*root, ui);
+        ConsolePageFixture::SetUp();
+        showPage(&buildVelmoVpnConsoleMonitorPage, 1260, 700);
         log = ui.logEditor;
-        showRoot(1260, 700);
     }
     void append(int from, int to, const char* what = "peer ready") {
         for (int i = from; i < to; ++i)
@@ -84,8 +80,6 @@ struct MonitorPage : kytest::WidgetFixture {
     }
     void settle() { kytest::settleWindow(*this, *window, page, 6, 6); }
 
-    VelmoVpnConsoleUi ui;
-    KyWidget* page = nullptr;
     KyCodeEditor* log = nullptr;
 };
 
@@ -112,6 +106,26 @@ TEST_F(MonitorPage, AReaderWhoPagedUpKeepsTheSameLinesOnScreenWhileTheLogIsTrimm
     EXPECT_EQ(log->document()->blockText(log->firstVisibleBlock()), top);
 }
 
+TEST_F(MonitorPage, AViewTallerThanTheFollowMarginStillFollowsTheEnd) {
+    root->setGeometry(0, 0, 1260, 1600);  // past the screen's edge: only the layout counts here
+    append(0, 400);
+    ASSERT_GT(log->visibleLineCount(), kVelmoVpnConsoleLogFollowMargin);
+    EXPECT_GE(log->firstVisibleBlock() + log->visibleLineCount(), 399);
+}
+
+TEST_F(MonitorPage, TheLinkEnablesClearLogAndTheStatusLightFollowsTheSession) {
+    ui.remoteStatusLight = new KyStatusLight(page);  // the console's status bar holds it
+    VelmoVpnConsoleSession session;
+    session.localVpnId = "vpn-1";
+    session.backendConnected = true;
+    velmoVpnConsoleRefreshMonitorWidgets(ui, session);
+    EXPECT_TRUE(ui.clearLogButton->isEnabled());
+    EXPECT_EQ(ui.remoteStatusLight->state(), kVelmoVpnConsoleLightDisconnected) << "the remote side is not ready";
+    session.localVpnId = "";
+    velmoVpnConsoleRefreshMonitorWidgets(ui, session);
+    EXPECT_EQ(ui.remoteStatusLight->state(), kVelmoVpnConsoleLightNoVpn);
+}
+
 TEST_F(MonitorPage, TheErrorColourMarksDisconnectedButNotTheLowerCaseWord) {
     struct Row { const char* name; const char* what; bool coloured; };
     const Row rows[] = {
@@ -132,14 +146,22 @@ TEST_F(MonitorPage, TheErrorColourMarksDisconnectedButNotTheLowerCaseWord) {
     }
 }
 
-TEST_F(MonitorPage, CtrlCCopiesTheSelectionOfTheReadOnlyLog) {
+TEST_F(MonitorPage, BeforeTheLinkTheLogTakesNoTypingNorClearingAndCtrlCCopiesItsSelection) {
     append(0, 3);
+    int clears = 0;
+    KyObject::connect(ui.clearLogButton, &KyPushButton::clicked, [&] { ++clears; });
+    clickOn(ui.clearLogButton);
     clickLine(1);
+    const KyString before = log->toPlainText();
+    user->typeText("x");
     user->tapKey(XK_Home);
     user->tapKey(XK_End, XK_Shift_L);
     user->tapKey(XK_c, XK_Control_L);
+    // Handled in order: once the copy is there, the typing and the click were too.
     EXPECT_TRUE(runUntil([&] { return platform()->clipboardText() == log->document()->blockText(1); }))
         << platform()->clipboardText().toStdString();
+    EXPECT_EQ(log->toPlainText(), before) << "typing reached the read-only log";
+    EXPECT_EQ(clears, 0) << "Clear Log acted before the agent was linked";
 }
 
 using SaveLog = kytest::GuiFixture;

@@ -19,24 +19,27 @@ KyJsonArray arrayOf(const char* json) { return parseJsonObjectOrEmpty(json)["lis
 using H = VpnHotspotListModel;
 using E = VpnEndpointListModel;
 
-TEST(VpnHotspotListModel, RowsFollowTheFieldRules) {
-    struct Row { const char *id, *shown, *detail; };
+TEST(VpnHotspotListModel, UpdateIsOneResetToTheObjectRowsWhichFollowTheFieldRules) {
+    struct Row { const char *id, *shown, *detail; bool selected, active; };
     const Row rows[] = {
-        {"hs-1", "Oslo Lab", "10.40.1.0/24  |  User Ana Costa"}, // full entry
-        {"Lima Studio", "Lima Studio", "10.40.2.0/24  |  User Kofi"}, // name as id, "owner" as owner
-        {"hs-3", "hs-3", "User Lena"},                                 // id as name, no subnet
-        {"", "Unnamed VPN", "10.40.4.0/24"},                           // neither id nor name, no owner
-        {"hs-5", "hs-5", "User A"},                                    // "ownerLabel" beats "owner"
-        {"hs-6", "hs-6", "User B"},                                    // an empty "ownerLabel" falls back
-        {"", "Unnamed VPN", ""},                                       // mistyped members read empty
+        {"hs-1", "Oslo Lab", "10.40.1.0/24  |  User Ana Costa", false, false}, // full entry
+        {"Lima Studio", "Lima Studio", "10.40.2.0/24  |  User Kofi", true, false}, // name as id, "owner" as owner
+        {"hs-3", "hs-3", "User Lena", false, false},                     // id as name, no subnet
+        {"", "Unnamed VPN", "10.40.4.0/24", false, false},               // neither id nor name, no owner
+        {"hs-5", "hs-5", "User A", false, true},                         // "ownerLabel" beats "owner"
+        {"hs-6", "hs-6", "User B", false, false},                        // an empty "ownerLabel" falls back
+        {"", "Unnamed VPN", "", false, false},                           // mistyped members read empty
     };
     H model;
-    model.update(arrayOf(R"({"list":[
-        {"id":"hs-1","name":"Oslo Lab","subnet":"10.40.1.0/24","ownerLabel":"Ana Costa"},
+    int resets = 0;
+    KyObject::connect(&model, &H::modelReset, [&] { ++resets; });
+    model.update(arrayOf(R"({"list":[3,
+        {"id":"hs-1","name":"Oslo Lab","subnet":"10.40.1.0/24","ownerLabel":"Ana Costa"}, "b", null,
         {"name":"Lima Studio","subnet":"10.40.2.0/24","owner":"Kofi"}, {"id":"hs-3","ownerLabel":"Lena"},
-        {"subnet":"10.40.4.0/24"}, {"id":"hs-5","ownerLabel":"A","owner":"B"},
+        {"subnet":"10.40.4.0/24"}, [1], {"id":"hs-5","ownerLabel":"A","owner":"B"},
         {"id":"hs-6","ownerLabel":"","owner":"B"}, {"id":7,"name":null,"subnet":true}]})"),
-                 "", "");
+                 "Lima Studio", "hs-5");
+    EXPECT_EQ(resets, 1);
     ASSERT_EQ(model.rowCount(), int(std::size(rows)));
     for (int row = 0; row < model.rowCount(); ++row) {
         SCOPED_TRACE(row);
@@ -45,27 +48,14 @@ TEST(VpnHotspotListModel, RowsFollowTheFieldRules) {
         EXPECT_EQ(at.data(H::NameRole).toString(), rows[row].shown);
         EXPECT_EQ(at.data(KyItemDataRole::Display).toString(), rows[row].shown);
         EXPECT_EQ(at.data(H::DetailRole).toString(), rows[row].detail);
-    }
-}
-
-TEST(VpnHotspotListModel, UpdateIsOneResetThatSkipsNonObjectsAndMarksSelectedAndActive) {
-    H model;
-    int resets = 0;
-    KyObject::connect(&model, &H::modelReset, [&] { ++resets; });
-    model.update(arrayOf(R"({"list":[{"id":"a"}, 3, "b", null, {"name":"b"}, [1], {"subnet":"x"}, {"id":"c"}]})"),
-                 "b", "c");
-    EXPECT_EQ(resets, 1);
-    ASSERT_EQ(model.rowCount(), 4);
-    const std::vector<std::pair<bool, bool>> expected = {{false, false}, {true, false}, {false, false}, {false, true}};
-    for (int row = 0; row < 4; ++row) {
-        EXPECT_EQ(boolFromAny_(model.index(row, 0).data(H::SelectedRole)), expected[row].first) << row;
-        EXPECT_EQ(boolFromAny_(model.index(row, 0).data(H::ActiveRole)), expected[row].second) << row;
+        EXPECT_EQ(boolFromAny_(at.data(H::SelectedRole)), rows[row].selected);
+        EXPECT_EQ(boolFromAny_(at.data(H::ActiveRole)), rows[row].active);
     }
     // With nothing inspected, the keyless row is not "selected" by an equal empty id.
     model.update(arrayOf(R"({"list":[{"subnet":"x"}]})"), "", "");
     EXPECT_FALSE(boolFromAny_(model.index(0, 0).data(H::SelectedRole)));
     EXPECT_EQ(resets, 2);
-    EXPECT_EQ(model.rowOf("c"), -1);
+    EXPECT_EQ(model.rowOf("hs-5"), -1);
     EXPECT_EQ(model.rowOf(""), -1);
 }
 

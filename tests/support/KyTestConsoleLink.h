@@ -1,9 +1,11 @@
-// Shared by the tests that run the real console beside the real demo agent,
-// both as child processes in an IPC domain of the test's own, with their
-// settings, state and configuration layers in a temporary home. The
-// console's state trail ("velmo.console.state" lines on stderr) is what the
-// tests watch; the test process plays the user's part through its own agent
-// proxy. Everything here runs on the test's own thread.
+// Shared by the tests that run the real console or the real demo agent as
+// child processes in an IPC domain of the test's own, with their settings,
+// state and configuration layers in a temporary home. The console's state
+// trail ("velmo.console.state" lines on stderr) is what the tests watch; the
+// test process plays the user's part through its own agent proxy. A fixture
+// that brings its own application (a GUI one) mixes in ConsoleProcesses;
+// ConsoleLinkFixture adds a core application. Everything here runs on the
+// test's own thread.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -21,8 +23,8 @@
 
 namespace kytest {
 
-class ConsoleLinkFixture : public ::testing::Test {
-protected:
+class ConsoleProcesses {
+public:
     static constexpr const char* kAgentObject = "velnet/VelmoVpnAgent";
 
     std::vector<std::string> env() const {
@@ -40,11 +42,14 @@ protected:
         domain_.trackPid(static_cast<uint32_t>(console.pid()));
         return console.waitForError("Searching for VelmoVpnAgent backend...", std::chrono::seconds(30));
     }
-    bool startAgent(Child& agent) {
+    /// Starts the agent with the caller's logging rules replaced by logRules.
+    bool startAgent(Child& agent, const std::string& logRules = "") {
+        std::vector<std::string> environment = env();
+        if (!logRules.empty()) environment.push_back("KY_LOGGING_RULES=" + logRules);
         if (!agent.start(helperPath("../../tools/velmo-demo-agent"),
                          {"--domain", domain_.name().toStdString(), "--state-dir", home_.path().toStdString() + "/agent",
                           "--seed", "7", "--catalog-size", "12"},
-                         env()))
+                         environment, logRules.empty() ? std::vector<std::string>{} : std::vector<std::string>{"KY_DEBUG_RULES"}))
             return false;
         domain_.trackPid(static_cast<uint32_t>(agent.pid()));
         return agent.waitForText("velmo-demo-agent ready", std::chrono::seconds(30));
@@ -79,8 +84,14 @@ protected:
 
     IpcDomain domain_{"link"};
     TempDir home_;
+    std::unique_ptr<VelmoVpnAgentProxy> proxy_;  // reset before the application goes
+};
+
+class ConsoleLinkFixture : public ::testing::Test, public ConsoleProcesses {
+protected:
+    ~ConsoleLinkFixture() override { proxy_.reset(); }
+
     KyCoreApplication app_;
-    std::unique_ptr<VelmoVpnAgentProxy> proxy_;
 };
 
 }  // namespace kytest
