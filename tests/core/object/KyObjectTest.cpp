@@ -183,33 +183,6 @@ TEST(KyObjectDestruction, ChildrenGoFirstCutLooseAndDestroyedSeesNoParentNoChild
 
 // ---------------------------------------------------------------------------
 
-TEST(KyObjectDeferredDelete, DeleteLaterWaitsForTheOwnersLoopAndDeletesOnItsThread) {
-    struct Probe : KyObject {
-        explicit Probe(std::atomic<pthread_t>* out) : out_(out) {}
-        ~Probe() override { out_->store(pthread_self()); }
-        std::atomic<pthread_t>* out_;
-    };
-    KyCoreApplication app;
-    Thread worker(KyString("Deleter"));
-    worker.start();
-    std::atomic<pthread_t> hereDeletedOn{}, thereDeletedOn{};
-    auto* here = new Probe(&hereDeletedOn);
-    Probe* there = nullptr;
-    KyObject::executeBlockingOnThread(&worker, [&] { there = new Probe(&thereDeletedOn); });
-    const void* hereAddress = here;
-    const void* thereAddress = there;
-    here->deleteLater();
-    there->deleteLater();
-    EXPECT_TRUE(KyObject::isLive(hereAddress)) << "not before this thread's loop turns";
-    ASSERT_TRUE(eventually([&] { return !KyObject::isLive(hereAddress) && !KyObject::isLive(thereAddress); }, &app));
-    EXPECT_TRUE(pthread_equal(hereDeletedOn.load(), pthread_self()));
-    EXPECT_TRUE(pthread_equal(thereDeletedOn.load(), worker.nativeHandle()));
-    worker.quit();
-    worker.wait();
-}
-
-// ---------------------------------------------------------------------------
-
 TEST(KyObjectProperties, SettersFollowTheChangeOrderIgnoreEqualValuesRefuseOtherTypesAndDynamicOnesHoldAny) {
     Gadget g;
     std::vector<std::string> emitted;
@@ -259,9 +232,28 @@ TEST(KyObjectProperties, SettersFollowTheChangeOrderIgnoreEqualValuesRefuseOther
 
 // ---------------------------------------------------------------------------
 
-TEST(KyObjectThreads, MoveToThreadTakesTheSubtreeAndRefusesChildren) {
-    Thread worker(KyString("MoveTarget"));
+TEST(KyObjectThreads, DeleteLaterWaitsForTheOwnersLoopAndMoveToThreadTakesTheSubtreeButNoChild) {
+    struct Probe : KyObject {
+        explicit Probe(std::atomic<pthread_t>* out) : out_(out) {}
+        ~Probe() override { out_->store(pthread_self()); }
+        std::atomic<pthread_t>* out_;
+    };
+    KyCoreApplication app;
+    Thread worker(KyString("Deleter"));
     worker.start();
+    std::atomic<pthread_t> hereDeletedOn{}, thereDeletedOn{};
+    auto* here = new Probe(&hereDeletedOn);
+    Probe* there = nullptr;
+    KyObject::executeBlockingOnThread(&worker, [&] { there = new Probe(&thereDeletedOn); });
+    const void* hereAddress = here;
+    const void* thereAddress = there;
+    here->deleteLater();
+    there->deleteLater();
+    EXPECT_TRUE(KyObject::isLive(hereAddress)) << "not before this thread's loop turns";
+    ASSERT_TRUE(eventually([&] { return !KyObject::isLive(hereAddress) && !KyObject::isLive(thereAddress); }, &app));
+    EXPECT_TRUE(pthread_equal(hereDeletedOn.load(), pthread_self()));
+    EXPECT_TRUE(pthread_equal(thereDeletedOn.load(), worker.nativeHandle()));
+
     auto* root = new KyObject;
     auto* kid = new KyObject(root);
     EXPECT_FALSE(kid->moveToThread(&worker));
