@@ -31,6 +31,7 @@ public:
         : KyObject(parent), journal_(journal), name_(name) {}
     ~Node() override {
         journal_->push_back(name_ + " ~Node parent=" + (parent() ? "set" : "null"));
+        delete takesAlong;
     }
     void addChildEvent(KyObject* child) override { journal_->push_back(name_ + " addChildEvent " + nameOf_(child)); }
     void removedChildEvent(KyObject* child) override {
@@ -43,6 +44,7 @@ public:
     }
 
     bool blocks = false;
+    KyObject* takesAlong = nullptr; // deleted with this node
 
 private:
     std::string nameOf_(KyObject* o) const {
@@ -179,6 +181,13 @@ TEST(KyObjectDestruction, ChildrenGoFirstCutLooseAndDestroyedSeesNoParentNoChild
     EXPECT_FALSE(KyObject::isLive(nullptr));
     EXPECT_TRUE(guardLeaf.isNull());
     EXPECT_EQ(guardMiddle.get(), nullptr);
+    // A child that takes its sibling along leaves the dying parent nothing to touch again (ASan sees it).
+    j.clear();
+    auto* top = new KyObject;
+    auto* first = new Node(&j, "first", top);
+    first->takesAlong = new Node(&j, "second", top);
+    delete top;
+    EXPECT_EQ(j, (std::vector<std::string>{"first ~Node parent=null", "second ~Node parent=set"}));
 }
 
 // ---------------------------------------------------------------------------
