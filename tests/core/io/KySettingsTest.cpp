@@ -294,25 +294,21 @@ TEST(KySettings, ACorruptFileReadsEmptyIsKeptAsideIntactAndReplacedOnSave) {
 
 TEST(KySettings, AFileThatCannotBeReadIsNeverOverwritten) {
     TempDir dir;
-    // A directory where the file should be: unreadable as settings, and not ours to replace.
-    const KyString path = dir.file("taken.conf");
-    ASSERT_TRUE(KyDir::createPathTree(path));
-    ASSERT_TRUE(KyFile::writeAll(path + "/inside", "x"));
-    KySettings s(path);
-    EXPECT_EQ(s.status(), KySettings::AccessError);
-    s.setValue("k", "v");
-    EXPECT_FALSE(s.save());
-    EXPECT_EQ(s.status(), KySettings::AccessError);
-    EXPECT_TRUE(s.errorString().contains("not overwriting it")) << s.errorString();
-    EXPECT_TRUE(KyFileInfo(path + "/inside").isFile());
-
-    // A path below a regular file: nothing there to lose, but nothing can be saved either.
+    // A directory where the file should be is not ours to replace; below a regular file nothing can be saved.
+    ASSERT_TRUE(KyDir::createPathTree(dir.file("taken.conf")));
+    ASSERT_TRUE(KyFile::writeAll(dir.file("taken.conf/inside"), "x"));
     ASSERT_TRUE(KyFile::writeAll(dir.file("plain"), "x"));
-    KySettings below(dir.file("plain/app.conf"));
-    EXPECT_EQ(below.status(), KySettings::AccessError);
-    below.setValue("k", "v");
-    EXPECT_FALSE(below.save());
-    EXPECT_TRUE(below.errorString().contains("Not a directory")) << below.errorString();
+    for (const auto& [path, why] : {std::pair{dir.file("taken.conf"), "not overwriting it"},
+                                    std::pair{dir.file("plain/app.conf"), "Not a directory"}}) {
+        SCOPED_TRACE(why);
+        KySettings s(path);
+        EXPECT_EQ(s.status(), KySettings::AccessError);
+        s.setValue("k", "v");
+        EXPECT_FALSE(s.save());
+        EXPECT_EQ(s.status(), KySettings::AccessError);
+        EXPECT_TRUE(s.errorString().contains(why)) << s.errorString();
+    }
+    EXPECT_TRUE(KyFileInfo(dir.file("taken.conf/inside")).isFile());
 }
 
 TEST(KySettings, DefaultLocationFollowsTheConfigDirectoryOrganisationAndApplication) {
