@@ -128,7 +128,7 @@ TEST_F(CoreApplicationLoop, ExecEndsAtItsTimeLimitOrByExitFromAnotherThreadOrQui
     }).join();
 }
 
-TEST_F(CoreApplicationLoop, StepAnswersTellWhenToLookAgain) {
+TEST_F(CoreApplicationLoop, StepAnswersTellWhenToLookAgainAndNestedStepsStartNoFiber) {
     EXPECT_EQ(app->processTimers(), KyCoreApplication::kNoTimerMicroseconds);
     EXPECT_EQ(app->processTimers(), 2147483647);
     EXPECT_EQ(app->processEvent(false), -1);
@@ -140,6 +140,18 @@ TEST_F(CoreApplicationLoop, StepAnswersTellWhenToLookAgain) {
     app->postEvent([] {});
     EXPECT_EQ(app->processEvent(false), 0);
     EXPECT_EQ(app->processEvent(false), -1);
+
+    // Steps taken inside a posted function deliver events but start no fiber.
+    Recorder receiver;
+    std::vector<std::string> order;
+    app->postEvent([&] {
+        app->postEvent(&receiver, new CountedEvent("inner", nullptr), 0);
+        for (int i = 0; i < 3; ++i) app->processEvent(false);
+        order.push_back("caller-done:" + std::to_string(receiver.seen.size()));
+    });
+    app->postEvent([&order] { order.push_back("other"); });
+    kytest::drain(app.get());
+    EXPECT_EQ(order, (std::vector<std::string>{"caller-done:1", "other"}));
 }
 
 TEST_F(CoreApplicationLoop, WaitOfZeroReturnsAndUnboundedWaitOrWaitIfIdleIsEndedByAPostFromAnotherThread) {
@@ -165,19 +177,6 @@ TEST_F(CoreApplicationLoop, WaitOfZeroReturnsAndUnboundedWaitOrWaitIfIdleIsEnded
     EXPECT_EQ(app->processEvent(true), 0);
     poster.join();
     EXPECT_TRUE(ran.load());
-}
-
-TEST_F(CoreApplicationLoop, StepsTakenInsideAPostedFunctionDeliverEventsButStartNoFiber) {
-    Recorder receiver;
-    std::vector<std::string> order;
-    app->postEvent([&] {
-        app->postEvent(&receiver, new CountedEvent("inner", nullptr), 0);
-        for (int i = 0; i < 3; ++i) app->processEvent(false);
-        order.push_back("caller-done:" + std::to_string(receiver.seen.size()));
-    });
-    app->postEvent([&order] { order.push_back("other"); });
-    kytest::drain(app.get());
-    EXPECT_EQ(order, (std::vector<std::string>{"caller-done:1", "other"}));
 }
 
 TEST_F(CoreApplicationEvents, OneStepServesLaneZeroThenHighEventsThenTimersThenLanesThenNormalEvents) {
@@ -269,18 +268,17 @@ TEST_F(CoreApplicationEvents, FiltersRunApplicationFirstThenReceiverNewestFirstA
     EXPECT_EQ(other.seen, std::vector<std::string>{"z"});
     EXPECT_FALSE(app->notify(nullptr, &f));
     EXPECT_FALSE(app->notify(&other, nullptr));
-}
 
-TEST(CoreApplicationWithoutLoop, SendEventAppliesTheReceiversFiltersItself) {
-    std::vector<std::string> log;
+    // A thread without a loop: sendEvent applies the receiver's filters itself.
+    log.clear();
     bool delivered = false;
     std::thread([&] {
         ASSERT_EQ(KyCoreApplication::instance(false), nullptr);
-        Recorder receiver;
+        Recorder alone;
         NamedFilter watcher("watcher", &log, false);
-        receiver.installEventFilter(&watcher);
+        alone.installEventFilter(&watcher);
         CountedEvent e("x", nullptr);
-        delivered = KyCoreApplication::sendEvent(&receiver, &e) && receiver.seen.size() == 1;
+        delivered = KyCoreApplication::sendEvent(&alone, &e) && alone.seen.size() == 1;
     }).join();
     EXPECT_TRUE(delivered);
     EXPECT_EQ(log, std::vector<std::string>{"watcher"});

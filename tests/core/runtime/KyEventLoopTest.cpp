@@ -68,17 +68,7 @@ TEST_F(EventLoop, NestedLoopsUnwindInnermostFirst) {
     EXPECT_EQ(order, (std::vector<std::string>{"inner-resumed", "outer-resumed"}));
 }
 
-TEST_F(EventLoop, ExecOnTheMainFiberServesTheLoopUntilExit) {
-    KyEventLoop loop;
-    std::vector<std::string> order;
-    app->postEvent([&] { order.push_back("served"); });
-    app->postEventOnLane([&] { loop.exit(4); }, 3);
-    EXPECT_EQ(loop.exec(), 4);
-    EXPECT_EQ(order, std::vector<std::string>{"served"});
-    EXPECT_FALSE(loop.isRunning());
-}
-
-TEST_F(EventLoop, QuitFromAnotherThreadEndsAWaiterOnTheMainFiberOrOnAFiber) {
+TEST_F(EventLoop, QuitFromAnotherThreadOrAnExitCodeEndsAWaiterOnTheMainFiberOrOnAFiber) {
     KyEventLoop onMain;
     std::thread mainQuitter([&onMain] {
         kytest::waitUntil([&onMain] { return onMain.isRunning(); });
@@ -86,6 +76,13 @@ TEST_F(EventLoop, QuitFromAnotherThreadEndsAWaiterOnTheMainFiberOrOnAFiber) {
     });
     EXPECT_EQ(onMain.exec(), 0);
     mainQuitter.join();
+    // On the main fiber the loop serves posted work until its exit code comes.
+    std::vector<std::string> order;
+    app->postEvent([&] { order.push_back("served"); });
+    app->postEventOnLane([&] { onMain.exit(4); }, 3);
+    EXPECT_EQ(onMain.exec(), 4);
+    EXPECT_EQ(order, std::vector<std::string>{"served"});
+    EXPECT_FALSE(onMain.isRunning());
 
     KyEventLoop loop;
     std::atomic<bool> resumed{false};
@@ -115,7 +112,7 @@ TEST_F(EventLoop, QuitBeforeExecLeavesTheNextExecWaiting) {
     EXPECT_EQ(code, 9);
 }
 
-TEST_F(EventLoop, ASecondExecWhileWaitingReturnsMinusOneAndDeletingTheLoopReleasesItsWaiter) {
+TEST_F(EventLoop, ASecondExecOrOneWithoutAnApplicationReturnsMinusOneAndDeletingTheLoopReleasesItsWaiter) {
     KyEventLoop loop;
     int first = -100, second = -100;
     app->postEvent([&] { first = loop.exec(); });
@@ -133,10 +130,7 @@ TEST_F(EventLoop, ASecondExecWhileWaitingReturnsMinusOneAndDeletingTheLoopReleas
     app->postEvent([&] { delete doomed; });
     ASSERT_TRUE(pumpUntil([&] { return code != -100; }));
     EXPECT_EQ(code, 0);
-}
-
-TEST(EventLoopWithoutLoop, ExecWithoutAnApplicationReturnsAtOnce) {
-    int code = 0;
+    // A thread without an application has no loop to wait in.
     std::thread([&code] {
         KyEventLoop loop;
         code = loop.exec();

@@ -2,7 +2,6 @@
 // queue stands in for a loop: the dispatcher posts to it, and the tests
 // decide when it runs what was posted.
 #include "core/runtime/KyIoDispatcher.h"
-#include "core/runtime/KyCoreApplication.h"
 #include "../../support/KyTestLoop.h"
 #include "../../support/KyTestWorker.h"
 
@@ -72,7 +71,6 @@ struct IoFixture : ::testing::Test {
 using KyIoDispatcherReadiness = IoFixture;
 using KyIoDispatcherRemoval = IoFixture;
 using KyIoDispatcherErrors = IoFixture;
-using KyIoDispatcherLifetime = IoFixture;
 using KyIoDispatcherThreads = IoFixture;
 
 }  // namespace
@@ -125,19 +123,8 @@ TEST_F(KyIoDispatcherReadiness, SlowLoopGetsOneOutstandingDispatchPerWatch) {
     EXPECT_EQ(bCalls.load(), 1);
 }
 
-TEST_F(KyIoDispatcherReadiness, EventfdSocketsAndWritabilityAreReported) {
-    const int efd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    ASSERT_GE(efd, 0);
-    std::atomic<uint64_t> counted{0};
-    const int eid = dispatcher.watchFd(efd, KyIoDispatcher::Readable, loop.dispatcher(), [&](int fd, uint32_t) {
-        uint64_t v = 0;
-        if (read(fd, &v, sizeof v) == sizeof v) counted += v;
-    });
-    ASSERT_NE(eid, 0);
-    const uint64_t three = 3;
-    ASSERT_EQ(write(efd, &three, sizeof three), static_cast<ssize_t>(sizeof three));
-    ASSERT_TRUE(waitUntil([&] { return counted.load() == 3; }));
-
+TEST_F(KyIoDispatcherReadiness, SocketWritabilityAndThePeersCloseAreReported) {
+    // Eventfds are watched like pipes; the many-threads case below uses them.
     int sv[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, sv), 0);
     std::atomic<uint32_t> writeBits{0};
@@ -163,23 +150,33 @@ TEST_F(KyIoDispatcherReadiness, EventfdSocketsAndWritabilityAreReported) {
     ASSERT_TRUE(waitUntil([&] { return sawEof.load(); }));
     EXPECT_TRUE(closeBits.load() & (KyIoDispatcher::HangUp | KyIoDispatcher::PeerClosed));
     loop.drain();
-    dispatcher.unwatch(eid);
-    close(efd);
     close(sv[0]);
 }
 
-TEST_F(KyIoDispatcherRemoval, PostedDispatchDoesNotRunAfterUnwatch) {
-    std::atomic<int> calls{0};
-    const int id = dispatcher.watchFd(p.r, KyIoDispatcher::Readable, loop.dispatcher(), [&](int, uint32_t) { ++calls; });
-    ASSERT_NE(id, 0);
-    loop.hold();
-    p.put("z");
-    ASSERT_TRUE(waitUntil([&] { return loop.queued() == 1; }));
-    EXPECT_TRUE(dispatcher.unwatch(id));
-    EXPECT_FALSE(dispatcher.unwatch(id));
-    loop.release();
-    loop.drain();
-    EXPECT_EQ(calls.load(), 0);
+TEST_F(KyIoDispatcherRemoval, AReportPostedBeforeUnwatchOrTheDispatchersEndDoesNotRun) {
+    struct Row { const char* name; bool endDispatcher; };
+    for (const Row& r : {Row{"unwatched", false}, Row{"dispatcher gone", true}}) {
+        SCOPED_TRACE(r.name);
+        TestLoop held; // a worker is held once
+        Pipe pipe;
+        std::atomic<int> calls{0};
+        auto own = std::make_unique<KyIoDispatcher>();
+        KyIoDispatcher& d = r.endDispatcher ? *own : dispatcher;
+        const int id = d.watchFd(pipe.r, KyIoDispatcher::Readable, held.dispatcher(), [&](int, uint32_t) { ++calls; });
+        ASSERT_NE(id, 0);
+        held.hold();
+        pipe.put("z");
+        ASSERT_TRUE(waitUntil([&] { return held.queued() == 1; }));
+        if (r.endDispatcher) {
+            own.reset();
+        } else {
+            EXPECT_TRUE(d.unwatch(id));
+            EXPECT_FALSE(d.unwatch(id));
+        }
+        held.release();
+        held.drain();
+        EXPECT_EQ(calls.load(), 0);
+    }
     EXPECT_EQ(dispatcher.watchCount(), 0);
 }
 
@@ -209,7 +206,7 @@ TEST_F(KyIoDispatcherRemoval, HandlerMayUnwatchItself) {
     EXPECT_EQ(dispatcher.watchCount(), 1);
 }
 
-TEST_F(KyIoDispatcherRemoval, DroppedPostRearmsTheWatch) {
+TEST_F(KyIoDispatcherRemoval, ADroppedPostOrARestartRearmsTheWatch) {
     std::atomic<int> offered{0}, calls{0};
     // The first function is thrown away, as by a loop that refuses a post.
     const int id = dispatcher.watchFd(p.r, KyIoDispatcher::Readable,
@@ -225,6 +222,12 @@ TEST_F(KyIoDispatcherRemoval, DroppedPostRearmsTheWatch) {
     p.put("q");
     ASSERT_TRUE(waitUntil([&] { return calls.load() == 1; }));
     EXPECT_EQ(offered.load(), 2);
+    // A stopped dispatcher keeps its watches for the restart.
+    dispatcher.stopLinuxBackend_();
+    EXPECT_FALSE(dispatcher.isRunning());
+    p.put("s");
+    ASSERT_TRUE(dispatcher.startLinuxBackend_());
+    ASSERT_TRUE(waitUntil([&] { return calls.load() == 2; }));
 }
 
 TEST_F(KyIoDispatcherErrors, BadRequestsAreRefusedWithZeroAndTheWarningThatNamesWhy) {
@@ -256,34 +259,6 @@ TEST_F(KyIoDispatcherErrors, BadRequestsAreRefusedWithZeroAndTheWarningThatNames
     Pipe renumbered;
     EXPECT_TRUE(dispatcher.unwatch(closedId));
     EXPECT_EQ(log.count("Cannot remove descriptor"), 0);
-}
-
-TEST_F(KyIoDispatcherLifetime, FunctionsThatOutliveTheDispatcherDoNothing) {
-    std::atomic<int> calls{0};
-    loop.hold();
-    {
-        KyIoDispatcher gone;
-        ASSERT_NE(gone.watchFd(p.r, KyIoDispatcher::Readable, loop.dispatcher(), [&](int, uint32_t) { ++calls; }), 0);
-        p.put("late");
-        ASSERT_TRUE(waitUntil([&] { return loop.queued() == 1; }));
-    }
-    loop.release();
-    loop.drain();
-    EXPECT_EQ(calls.load(), 0);
-}
-
-TEST_F(KyIoDispatcherLifetime, StopAndRestartKeepTheWatches) {
-    std::atomic<int> calls{0};
-    ASSERT_NE(dispatcher.watchFd(p.r, KyIoDispatcher::Readable, loop.dispatcher(), [&](int fd, uint32_t) {
-        drainFd(fd);
-        ++calls;
-    }),
-              0);
-    dispatcher.stopLinuxBackend_();
-    EXPECT_FALSE(dispatcher.isRunning());
-    p.put("s");
-    ASSERT_TRUE(dispatcher.startLinuxBackend_());
-    ASSERT_TRUE(waitUntil([&] { return calls.load() == 1; }));
 }
 
 TEST_F(KyIoDispatcherThreads, WatchAndUnwatchFromManyThreads) {
@@ -322,36 +297,4 @@ TEST_F(KyIoDispatcherThreads, WatchAndUnwatchFromManyThreads) {
     EXPECT_EQ(failures.load(), 0);
     EXPECT_EQ(handled.load(), kThreads * kRounds);
     EXPECT_EQ(dispatcher.watchCount(), 0);
-}
-
-TEST(KyIoDispatcherWithLoop, HandlerRunsInsideTheRealEventLoopOfItsThread) {
-    Pipe p;
-    std::atomic<bool> handled{false};
-    std::atomic<bool> onLoopThread{false};
-    std::atomic<bool> ready{false};
-    std::thread loopThread([&] {
-        KyCoreApplication app;
-        KyIoDispatcher dispatcher;
-        const std::thread::id self = std::this_thread::get_id();
-        KyCoreApplication* loop = &app;
-        const int id = dispatcher.watchFd(
-            p.r, KyIoDispatcher::Readable,
-            [loop](std::function<void()> fn) { loop->postEventOnLane(std::move(fn), KyFiberLaneInput); },
-            [&, loop, self](int fd, uint32_t) {
-                drainFd(fd);
-                onLoopThread = std::this_thread::get_id() == self;
-                handled = true;
-                loop->quit();
-            });
-        EXPECT_NE(id, 0);
-        ready = true;
-        // Bounded run: a handler that never comes ends the loop after 20 s.
-        app.exec(20 * 1000 * 1000);
-        dispatcher.unwatch(id);
-    });
-    ASSERT_TRUE(waitUntil([&] { return ready.load(); }));
-    p.put("wake");
-    loopThread.join();
-    EXPECT_TRUE(handled.load());
-    EXPECT_TRUE(onLoopThread.load());
 }
