@@ -53,19 +53,11 @@ wait_for() {
 
 unset DISPLAY_OWNED
 if [ -z "${DISPLAY:-}" ] && command -v Xvfb >/dev/null; then
-  display_file="$home/display"
   # The console's own fonts on the font path, as a user's desktop has them:
   # without them every text falls back to "fixed" and the figures flatter.
-  font_dir="$(bash "$(dirname "$0")/../scripts/x11-fonts.sh" || true)"
-  font_path="built-ins"
-  [ -n "$font_dir" ] && font_path="$font_dir,built-ins"
-  Xvfb -displayfd 3 -screen 0 1600x1000x24 -nolisten tcp -fp "$font_path" 3>"$display_file" >/dev/null 2>&1 &
-  pids+=($!)
-  for _ in $(seq 1 100); do
-    [ -s "$display_file" ] && break
-    sleep 0.1
-  done
-  export DISPLAY=":$(head -n1 "$display_file")"
+  source "$(dirname "$0")/../scripts/private-xvfb.sh"
+  private_xvfb || exit 1
+  pids+=("$xvfb_pid")
   DISPLAY_OWNED=1
 fi
 

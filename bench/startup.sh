@@ -21,9 +21,9 @@ command -v Xvfb >/dev/null || { echo "startup.sh needs Xvfb" >&2; exit 2; }
 
 domain="startup$$"
 home="$(mktemp -d)"
-xvfb=""
+xvfb_pid=""
 cleanup() {
-  [ -n "$xvfb" ] && kill -TERM "$xvfb" 2>/dev/null && wait "$xvfb" 2>/dev/null || true
+  [ -n "$xvfb_pid" ] && kill -TERM "$xvfb_pid" 2>/dev/null && wait "$xvfb_pid" 2>/dev/null || true
   # The console leaves its domain's registry and channels for a next start;
   # this domain has no next start.
   bash "$(dirname "$0")/../scripts/domain-channels.sh" "$domain" | while read -r name; do rm -f "/dev/shm$name"; done
@@ -32,16 +32,8 @@ cleanup() {
 }
 trap cleanup EXIT
 
-font_dir="$(bash "$(dirname "$0")/../scripts/x11-fonts.sh" || true)"
-font_path="built-ins"
-[ -n "$font_dir" ] && font_path="$font_dir,built-ins"
-Xvfb -displayfd 3 -screen 0 1600x1000x24 -nolisten tcp -fp "$font_path" 3>"$home/display" >/dev/null 2>&1 &
-xvfb=$!
-for _ in $(seq 1 100); do
-  [ -s "$home/display" ] && break
-  sleep 0.1
-done
-export DISPLAY=":$(head -n1 "$home/display")"
+source "$(dirname "$0")/../scripts/private-xvfb.sh"
+private_xvfb || exit 1
 export VELMO_IPC_DOMAIN="$domain" HOME="$home" XDG_CONFIG_HOME="$home/config" XDG_STATE_HOME="$home/state" \
   KY_CONFIG_ROOT="$home/systemConfig" KY_LOGGING_RULES="*=false"
 unset VELMO_CONSOLE_FAIL_AT_START

@@ -28,7 +28,6 @@ for program in "$shot" "$agent" "$console"; do
 done
 command -v Xvfb >/dev/null || { echo "screenshots: Xvfb is missing (Debian: xvfb; run scripts/bootstrap.sh)" >&2; exit 2; }
 
-font_dir="$(bash "$here/x11-fonts.sh" || true)"
 work="$(mktemp -d /tmp/velmo-screenshots.XXXXXX)"
 domain="velmo-screenshots-$$"
 xvfb_pid="" helpers=() agent_pid="" console_pid=""
@@ -50,15 +49,8 @@ cleanup() {
 }
 trap cleanup EXIT
 
-font_path="built-ins"
-[ -n "$font_dir" ] && font_path="$font_dir,built-ins"
-display_file="$work/display"
-# -displayfd: Xvfb picks a free display and names it once it accepts clients.
-Xvfb -displayfd 3 -screen 0 1600x1000x24 -nolisten tcp -fp "$font_path" 3>"$display_file" >/dev/null 2>&1 &
-xvfb_pid=$!
-for _ in $(seq 1 100); do [ -s "$display_file" ] && break; sleep 0.1; done
-[ -s "$display_file" ] || { echo "screenshots: Xvfb did not start" >&2; exit 1; }
-export DISPLAY=":$(head -n1 "$display_file")"
+source "$here/private-xvfb.sh"
+private_xvfb || { echo "screenshots: Xvfb did not start" >&2; exit 1; }
 
 if command -v openbox >/dev/null; then
   openbox >/dev/null 2>&1 &
