@@ -17,10 +17,13 @@ private_xvfb() {
   xvfb_pid=$!
   for _ in $(seq 1 100); do
     [ -s "$display_file" ] && break
+    kill -0 "$xvfb_pid" 2>/dev/null || break
     sleep 0.1
   done
   if [ ! -s "$display_file" ]; then
     rm -f "$display_file"
+    kill "$xvfb_pid" 2>/dev/null && wait "$xvfb_pid" 2>/dev/null
+    xvfb_pid=""
     echo "Xvfb did not start" >&2
     return 1
   fi

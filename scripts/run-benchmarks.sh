@@ -8,7 +8,7 @@ for bin in "$build"/bench/bench_*; do
   "$bin" --benchmark_counters_tabular=true
 done
 # Start-up needs a private X server; without Xvfb it is left out.
-if command -v Xvfb >/dev/null; then
+if command -v Xvfb >/dev/null && [ -x "$build/bench/startup_first_window" ] && [ -x "$build/src/console/VelmoVpnConsole" ]; then
   echo "== startup"
   bash "$(dirname "$0")/../bench/startup.sh" "$build" 21
 fi

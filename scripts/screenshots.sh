@@ -50,7 +50,7 @@ cleanup() {
 trap cleanup EXIT
 
 source "$here/private-xvfb.sh"
-private_xvfb || { echo "screenshots: Xvfb did not start" >&2; exit 1; }
+private_xvfb || exit 1
 
 if command -v openbox >/dev/null; then
   openbox >/dev/null 2>&1 &

@@ -174,7 +174,7 @@ TEST_F(ChannelTest, AChannelLockedByAStoppedProcessDoesNotStallTheLoop) {
     ASSERT_TRUE(pumpUntil([&] { return !aliveValues.empty(); }));
     EXPECT_EQ(aliveValues[0], KyString("still-here"));
     EXPECT_EQ(stuckCalls, 0);
-    kill(holder.pid(), SIGKILL);
+    holder.sendSignal(SIGKILL);
 }
 
 TEST_F(ChannelTest, ACallbackMayEndItsOwnSubscription) {

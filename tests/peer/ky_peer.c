@@ -122,7 +122,8 @@ uint64_t kyp_now_ms(void) {
 }
 
 int kyp_process_gone(uint32_t pid) {
-    if (pid == 0) return 1;
+    /* Past INT32_MAX a pid_t would be negative: a process group, or all. */
+    if (pid == 0 || pid > 0x7FFFFFFFu) return 1;
     return kill((pid_t)pid, 0) != 0 && errno == ESRCH;
 }
 

@@ -43,7 +43,8 @@ long pidOfTemporary(const KyString& name, const KyString& targetName) {
     if (dash == KyString::npos || dash == 0) return 0;
     bool ok = false;
     const long long pid = rest.left(dash).toLongLong(&ok);
-    // A number no pid_t holds is no writer of ours (and kill(-1) asks every process).
+    // A number no pid_t holds names no temporary of ours: such a file is left
+    // alone (as a pid_t it would be negative, and kill(-1) asks every process).
     return ok && pid > 0 && pid <= 0x7FFFFFFF ? static_cast<long>(pid) : 0;
 }
 

@@ -318,6 +318,8 @@ void KyAbstractItemView::keyPressEvent(KeyEvent* event) {
     const int column = current.isValid() ? current.column() : 0;
     const int page = std::max(1, viewportRect().height / rowHeight() - 1);
     const unsigned mods = (event->ctrl() ? 1u : 0u) | (event->shift() ? 2u : 0u);
+    // Ctrl+Page Up and Down belong to the window (tabs, for one).
+    if (event->ctrl() && (event->keyCode() == kKeyPageUp || event->keyCode() == kKeyPageDown)) return event->ignore();
     switch (event->keyCode()) {
     case kKeyUp: moveCurrent_(row < 0 ? 0 : row - 1, column, mods); break;
     case kKeyDown: moveCurrent_(row + 1, column, mods); break;

@@ -386,15 +386,6 @@ void KyX11PlatformIntegration::handleButton_(const XButtonEvent& event) {
         postCallback(callbacks.wheelRotated, mouse);
         return;
     }
-    if (event.button == 6 || event.button == 7) {
-        // A sideways notch (a tilted wheel, a touchpad) reads as Shift+wheel:
-        // to the left as up, to the right as down. Its release is nothing.
-        if (!press) return;
-        mouse.wheelDelta = event.button == 6 ? 120 : -120;
-        mouse.shift = true;
-        postCallback(callbacks.wheelRotated, mouse);
-        return;
-    }
     mouse.button = mapButton(event.button);
     mouse.clickCount = 1;
     if (press) {

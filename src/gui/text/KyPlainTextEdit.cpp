@@ -59,6 +59,7 @@ void KyPlainTextEdit::setDocument(KyTextDocument* document) {
 void KyPlainTextEdit::attachDocument_(KyTextDocument* document) {
     document_ = document;
     cursor_ = KyTextCursor(document_);
+    xOffset_ = 0;
     using D = KyTextDocument;
     KyObject::connect(document_, &D::contentsChange, this, [this](int p, int r, int a) { onContentsChange_(p, r, a); },
                       KyObject::ConnectionDirect);
@@ -139,6 +140,8 @@ void KyPlainTextEdit::setHorizontalOffset_(int x) {
 }
 
 void KyPlainTextEdit::ensureCursorColumnVisible_() {
+    // Before the first layout there is no view to scroll.
+    if (viewportRect().width <= gutterWidth_() + 2 * kTextMargin) return;
     const int block = cursor_.blockNumber();
     const int caret = textWidth_(document_->blockText(block), cursor_.position() - document_->blockPosition(block));
     const int width = textViewWidth_();
@@ -169,6 +172,7 @@ int KyPlainTextEdit::textWidth_(const KyString& text, int bytes) const {
 
 void KyPlainTextEdit::viewportResized_() {
     if (following_) setVerticalValue(verticalMaximum());
+    if (xOffset_ > 0) setHorizontalOffset_(xOffset_);
 }
 
 void KyPlainTextEdit::scrollContentsBy_(int dy) {
@@ -176,6 +180,8 @@ void KyPlainTextEdit::scrollContentsBy_(int dy) {
     // follows lands on the new maximum again.
     following_ = verticalValue() >= verticalMaximum();
     KyAbstractScrollArea::scrollContentsBy_(dy);
+    // Lines scrolled away may have been all that needed the sideways scroll.
+    if (xOffset_ > 0) setHorizontalOffset_(xOffset_);
 }
 
 int KyPlainTextEdit::positionAt(const KyPoint& point) const {
@@ -221,6 +227,7 @@ void KyPlainTextEdit::onContentsChange_(int position, int removed, int added) {
         updateBlocks_(first, first);
     }
     (void)oldMax;
+    if (xOffset_ > 0) setHorizontalOffset_(xOffset_);
     textChanged();
     cursorMoved_(false);
 }
@@ -228,7 +235,7 @@ void KyPlainTextEdit::onContentsChange_(int position, int removed, int added) {
 void KyPlainTextEdit::cursorMoved_(bool keepVisible) {
     const int position = cursor_.position(), anchor = cursor_.anchor();
     if (position == lastCursorPosition_ && anchor == lastAnchor_) {
-        if (keepVisible) ensureCursorVisible();
+        if (keepVisible) ensureCursorVisible(), ensureCursorColumnVisible_();
         return;
     }
     const int was = std::min({lastCursorPosition_, lastAnchor_, position, anchor});
@@ -237,7 +244,7 @@ void KyPlainTextEdit::cursorMoved_(bool keepVisible) {
     lastCursorPosition_ = position;
     lastAnchor_ = anchor;
     updateBlocks_(document_->blockNumberAt(was), document_->blockNumberAt(is));
-    if (keepVisible) ensureCursorVisible();
+    if (keepVisible) ensureCursorVisible(), ensureCursorColumnVisible_();
     cursorPositionChanged();
     if (selectionMoved) selectionChanged();
 }
@@ -256,10 +263,7 @@ void KyPlainTextEdit::moveCursor(KyTextCursor::MoveOperation op, KyTextCursor::M
     cursorMoved_(true);
 }
 
-void KyPlainTextEdit::ensureCursorVisible() {
-    ensureContentRowVisible_(cursor_.blockNumber());
-    ensureCursorColumnVisible_();
-}
+void KyPlainTextEdit::ensureCursorVisible() { ensureContentRowVisible_(cursor_.blockNumber()); }
 
 void KyPlainTextEdit::selectAll() {
     cursor_.select(KyTextCursor::Document);
@@ -420,10 +424,11 @@ void KyPlainTextEdit::viewportMouseMoveEvent(MouseEvent* event) {
     const KyRect vp = viewportRect();
     if (event->y() < vp.y) setVerticalValue(verticalValue() - lineHeight());
     else if (event->y() >= vp.y + vp.height) setVerticalValue(verticalValue() + lineHeight());
+    // Past either side the lines move under the pointer, a step per move.
+    if (event->x() < vp.x + gutterWidth_()) setHorizontalOffset_(xOffset_ - lineHeight());
+    else if (event->x() >= vp.x + vp.width) setHorizontalOffset_(xOffset_ + lineHeight());
     cursor_.setPosition(positionAt(event->pos()), KyTextCursor::KeepAnchor);
     cursorMoved_(false);
-    // Dragging past either side scrolls the lines under the pointer.
-    if (event->x() < vp.x + gutterWidth_() || event->x() >= vp.x + vp.width) ensureCursorColumnVisible_();
 }
 
 void KyPlainTextEdit::viewportMouseReleaseEvent(MouseEvent* event) {
@@ -473,10 +478,13 @@ void KyPlainTextEdit::keyPressEvent(KeyEvent* event) {
     case kKeyHome: move(ctrl ? C::Start : C::StartOfLine); return event->accept();
     case kKeyEnd: move(ctrl ? C::End : C::EndOfLine); return event->accept();
     case kKeyPageUp:
+        // Ctrl+Page Up and Down belong to the window (tabs, for one).
+        if (ctrl) return event->ignore();
         setVerticalValue(verticalValue() - verticalPageStep());
         move(C::Up, visibleLineCount());
         return event->accept();
     case kKeyPageDown:
+        if (ctrl) return event->ignore();
         setVerticalValue(verticalValue() + verticalPageStep());
         move(C::Down, visibleLineCount());
         return event->accept();

@@ -6,8 +6,8 @@
 // a log view: appendPlainText follows the end while the reader is at the
 // bottom and leaves the view alone once the reader scrolled up, until the
 // reader comes back down. A line wider than the view scrolls sideways: the
-// view follows the cursor (End shows a long line's end), and Shift+wheel or a
-// sideways wheel moves it. Keyboard: arrows, Home, End, pages (Shift extends,
+// view follows the cursor the user moves (End shows a long line's end, a drag
+// past a side scrolls), Shift+wheel moves it, and appends leave it. Keyboard: arrows, Home, End, pages (Shift extends,
 // Ctrl goes by word or to the document's ends), Ctrl+A, Ctrl+C; when
 // editable also typing, Backspace, Delete, Return, Ctrl+X, Ctrl+V, Ctrl+Z,
 // Ctrl+Y. Subclasses add a gutter (KyCodeEditor) and per-block formats
@@ -44,7 +44,9 @@ public:
     /// Takes cursor's position and selection (on this editor's document).
     void setTextCursor(const KyTextCursor& cursor);
     void moveCursor(KyTextCursor::MoveOperation op, KyTextCursor::MoveMode mode = KyTextCursor::MoveAnchor);
-    /// Scrolls the least that shows the cursor's line.
+    /// Scrolls up or down the least that shows the cursor's line. The
+    /// sideways place is the reader's: only the user's own cursor moves
+    /// change it.
     void ensureCursorVisible();
     void selectAll();
     void copy();
