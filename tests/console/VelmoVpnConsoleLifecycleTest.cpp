@@ -172,6 +172,12 @@ TEST_F(ConsoleLifecycle, FromTheKeyboardSignInToAJoinedVpnOneShellAtATimeAndNoCo
     EXPECT_TRUE(until([&] { return pixelsOf(w, vpn, connected) > 20 && pixelsOf(w, vpn, joining) == 0; }))
         << "no CONNECTED tag";
 
+    // With the keyboard in the list, Ctrl+Page Down leaves the page and Ctrl+Shift+Tab comes back.
+    user_.tapKey(XK_Next, XK_Control_L);
+    EXPECT_TRUE(until([&] { return tiles(w, catalogArea).empty(); })) << "Ctrl+Page Down kept the VPNs page";
+    user_.tapKey(XK_Tab, {XK_Control_L, XK_Shift_L});
+    EXPECT_TRUE(until([&] { return !tiles(w, catalogArea).empty(); })) << "Ctrl+Shift+Tab did not come back";
+
     // Closed to the tray, then the agent goes (cleanly: a killed one leaves its
     // channels to the next agent): "Quit" has no one to ask and still ends well.
     closeToTray(w, console);
